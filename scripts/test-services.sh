@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# Runs a command with a private keyring and sound server on the current session bus.
+set -u
+runtime=$(mktemp -d /tmp/qmservices.XXXXXX)
+chmod 700 "$runtime"
+export XDG_RUNTIME_DIR=$runtime
+pids=()
+cleanup() {
+    for p in "${pids[@]}"; do kill "$p" 2>/dev/null; done
+    wait 2>/dev/null
+    rm -rf "$runtime"
+}
+trap cleanup EXIT
+
+eval "$(echo -n ci-pass | gnome-keyring-daemon --unlock --components=secrets 2>/dev/null)" || true
+[ -n "${GNOME_KEYRING_CONTROL:-}" ] && pids+=("$(pgrep -n gnome-keyring-d)")
+
+pulseaudio -n --daemonize=no --exit-idle-time=-1 --use-pid-file=no --log-target=stderr \
+    -L module-native-protocol-unix -L "module-null-sink sink_name=ci_sink" \
+    -L "module-remap-source master=ci_sink.monitor source_name=ci_mic" 2>/dev/null &
+pids+=($!)
+export PULSE_SERVER=unix:$runtime/pulse/native
+for _ in $(seq 100); do pactl info >/dev/null 2>&1 && break; sleep 0.1; done
+
+"$@"
