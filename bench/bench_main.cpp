@@ -1,5 +1,4 @@
 #include <QGuiApplication>
-
 #include <benchmark/benchmark.h>
 
 // A Qt application around Google Benchmark; without a display the offscreen platform still

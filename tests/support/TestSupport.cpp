@@ -31,7 +31,9 @@ ProcessResult run(const QString& program, const QStringList& args,
     if (!process.waitForStarted(int(deadline.count())))
         return result;
     process.closeWriteChannel();
-    if (!process.waitForFinished(int(deadline.count()))) {
+    // Keep our own event loop running: the program may need answers from us (a clipboard
+    // reader asks the owner for the data).
+    if (!waitUntil([&] { return process.state() == QProcess::NotRunning; }, deadline)) {
         process.kill();
         process.waitForFinished();
         return result;
@@ -63,7 +65,9 @@ LogCapture::LogCapture() {
     previousHandler = qInstallMessageHandler(captureMessage);
 }
 
-LogCapture::~LogCapture() { qInstallMessageHandler(previousHandler); }
+LogCapture::~LogCapture() {
+    qInstallMessageHandler(previousHandler);
+}
 
 QStringList LogCapture::lines() const {
     QMutexLocker lock(&logMutex);
@@ -102,8 +106,8 @@ QImage makeScreenshotLikeImage(int width, int height, bool withAlpha) {
     if (fonts)
         p.setFont(font);
     p.setPen(QColor(30, 30, 30));
-    static const char* words[] = {"capture", "window", "screen", "the", "of", "Quillmark",
-                                  "annotation", "pixel", "display", "and", "select", "area"};
+    static const char* words[] = {"capture",    "window", "screen",  "the", "of",     "Quillmark",
+                                  "annotation", "pixel",  "display", "and", "select", "area"};
     for (int y = 50 + height / 8 + 20; y < height * 2 / 3; y += lineHeight) {
         QString line;
         const int count = 4 + int(rng.bounded(10));

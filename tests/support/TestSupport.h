@@ -5,7 +5,6 @@
 #include <QImage>
 #include <QString>
 #include <QStringList>
-
 #include <chrono>
 #include <functional>
 #include <optional>
@@ -22,7 +21,8 @@ struct ProcessResult {
     QByteArray err;
 };
 
-// Runs an external program to completion (with a deadline) and returns its output.
+// Runs an external program to completion (with a deadline) while our event loop keeps
+// running, and returns its output.
 ProcessResult run(const QString& program, const QStringList& args,
                   std::chrono::milliseconds deadline = std::chrono::seconds(30));
 

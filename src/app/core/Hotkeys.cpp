@@ -8,10 +8,14 @@ namespace qm {
 
 QString rawValue(HotkeyAction action) {
     switch (action) {
-    case HotkeyAction::Region: return QStringLiteral("region");
-    case HotkeyAction::Window: return QStringLiteral("window");
-    case HotkeyAction::Fullscreen: return QStringLiteral("fullscreen");
-    case HotkeyAction::Record: return QStringLiteral("record");
+    case HotkeyAction::Region:
+        return QStringLiteral("region");
+    case HotkeyAction::Window:
+        return QStringLiteral("window");
+    case HotkeyAction::Fullscreen:
+        return QStringLiteral("fullscreen");
+    case HotkeyAction::Record:
+        return QStringLiteral("record");
     }
     return {};
 }
@@ -39,10 +43,14 @@ QStringList HotkeyCombo::modifierSymbols() const {
 HotkeyCombo defaultHotkey(HotkeyAction action) {
     constexpr std::uint32_t shiftCommand = CarbonModifier::Shift | CarbonModifier::Command;
     switch (action) {
-    case HotkeyAction::Region: return {21, shiftCommand, QStringLiteral("4")};
-    case HotkeyAction::Window: return {28, shiftCommand, QStringLiteral("8")};
-    case HotkeyAction::Fullscreen: return {25, shiftCommand, QStringLiteral("9")};
-    case HotkeyAction::Record: return {22, shiftCommand, QStringLiteral("6")};
+    case HotkeyAction::Region:
+        return {21, shiftCommand, QStringLiteral("4")};
+    case HotkeyAction::Window:
+        return {28, shiftCommand, QStringLiteral("8")};
+    case HotkeyAction::Fullscreen:
+        return {25, shiftCommand, QStringLiteral("9")};
+    case HotkeyAction::Record:
+        return {22, shiftCommand, QStringLiteral("6")};
     }
     return {};
 }

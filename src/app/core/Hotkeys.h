@@ -3,7 +3,6 @@
 #include <QByteArray>
 #include <QString>
 #include <QStringList>
-
 #include <array>
 #include <cstdint>
 #include <map>
@@ -24,7 +23,7 @@ std::optional<HotkeyAction> hotkeyActionFromRaw(const QString& raw);
 namespace CarbonModifier {
 inline constexpr std::uint32_t Command = 0x100; // Ctrl on Linux
 inline constexpr std::uint32_t Shift = 0x200;
-inline constexpr std::uint32_t Option = 0x800;  // Alt
+inline constexpr std::uint32_t Option = 0x800;   // Alt
 inline constexpr std::uint32_t Control = 0x1000; // Super
 } // namespace CarbonModifier
 

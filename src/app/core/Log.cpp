@@ -10,5 +10,7 @@ Q_LOGGING_CATEGORY(lcLibrary, "quillmark.library")
 Q_LOGGING_CATEGORY(lcAi, "quillmark.ai")
 
 namespace qm {
-void installLogPattern() { qSetMessagePattern(QStringLiteral("%{message}")); }
+void installLogPattern() {
+    qSetMessagePattern(QStringLiteral("%{message}"));
+}
 } // namespace qm

@@ -63,23 +63,30 @@ std::optional<QByteArray> SettingsStore::dataValue(const QString& key) const {
 }
 
 struct IniSettingsStore::Private {
-    explicit Private(const QString& path) : settings(path, QSettings::IniFormat) {}
+    explicit Private(const QString& path)
+        : settings(path, QSettings::IniFormat) {}
     QSettings settings;
     QVariantMap defaults;
 };
 
-IniSettingsStore::IniSettingsStore() : IniSettingsStore(defaultPath()) {}
+IniSettingsStore::IniSettingsStore()
+    : IniSettingsStore(defaultPath()) {}
 
-IniSettingsStore::IniSettingsStore(const QString& path) : d(std::make_unique<Private>(path)) {}
+IniSettingsStore::IniSettingsStore(const QString& path)
+    : d(std::make_unique<Private>(path)) {}
 
-IniSettingsStore::~IniSettingsStore() { d->settings.sync(); }
+IniSettingsStore::~IniSettingsStore() {
+    d->settings.sync();
+}
 
 QString IniSettingsStore::defaultPath() {
     return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
            QStringLiteral("/quillworks/Quillmark.conf");
 }
 
-QString IniSettingsStore::path() const { return d->settings.fileName(); }
+QString IniSettingsStore::path() const {
+    return d->settings.fileName();
+}
 
 void IniSettingsStore::registerDefaults(const QVariantMap& defaults) {
     for (auto it = defaults.begin(); it != defaults.end(); ++it)
@@ -110,6 +117,8 @@ bool IniSettingsStore::contains(const QString& key) const {
     return d->settings.contains(iniKey(key));
 }
 
-void IniSettingsStore::sync() { d->settings.sync(); }
+void IniSettingsStore::sync() {
+    d->settings.sync();
+}
 
 } // namespace qm

@@ -1,8 +1,8 @@
 #include "app/png/PngEncoder.h"
 
-#include <spng.h>
-
+#include <cstring>
 #include <memory>
+#include <spng.h>
 
 namespace qm::png {
 
@@ -29,13 +29,12 @@ std::optional<QByteArray> encode(const QImage& image) {
     ihdr.color_type = alpha ? SPNG_COLOR_TYPE_TRUECOLOR_ALPHA : SPNG_COLOR_TYPE_TRUECOLOR;
     spng_set_ihdr(ctx.get(), &ihdr);
     const std::size_t rowBytes = std::size_t(pixels.width()) * (alpha ? 4 : 3);
-    if (spng_encode_image(ctx.get(), nullptr, 0, SPNG_FMT_PNG, SPNG_ENCODE_PROGRESSIVE) != 0)
+    QByteArray packed(qsizetype(rowBytes) * pixels.height(), Qt::Uninitialized);
+    for (int y = 0; y < pixels.height(); ++y)
+        memcpy(packed.data() + rowBytes * std::size_t(y), pixels.constScanLine(y), rowBytes);
+    if (spng_encode_image(ctx.get(), packed.constData(), std::size_t(packed.size()), SPNG_FMT_PNG,
+                          SPNG_ENCODE_FINALIZE) != 0)
         return std::nullopt;
-    for (int y = 0; y < pixels.height(); ++y) {
-        const int rc = spng_encode_row(ctx.get(), pixels.constScanLine(y), rowBytes);
-        if (rc != 0 && rc != SPNG_EOI)
-            return std::nullopt;
-    }
     int error = 0;
     std::size_t size = 0;
     void* data = spng_get_png_buffer(ctx.get(), &size, &error);
