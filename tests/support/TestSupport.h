@@ -8,6 +8,7 @@
 #include <chrono>
 #include <functional>
 #include <optional>
+#include <ostream>
 
 namespace qm::test {
 
@@ -41,3 +42,8 @@ public:
 QImage makeScreenshotLikeImage(int width, int height, bool withAlpha = false);
 
 } // namespace qm::test
+
+// Readable QString values in test failure messages.
+inline void PrintTo(const QString& s, std::ostream* os) {
+    *os << '"' << s.toStdString() << '"';
+}
