@@ -1,21 +1,58 @@
 #include "app/shell/TrayController.h"
 
+#include "app/core/KeyCodes.h"
 #include "app/core/Log.h"
+#include "app/core/Preferences.h"
+#include "app/core/RecentCaptures.h"
 #include "app/shell/AboutWindow.h"
+#include "app/shell/Reveal.h"
+#include "app/toast/Symbols.h"
+#include "app/workflow/AppModel.h"
 
 #include <QApplication>
+#include <QFileInfo>
+#include <QFutureWatcher>
+#include <QImageReader>
 #include <QMenu>
+#include <QPixmap>
 #include <QSystemTrayIcon>
+#include <QtConcurrent>
 
 namespace qm {
 
-TrayController::TrayController(QObject* parent)
+namespace {
+QIcon symbolIcon(const QString& name) {
+    if (!hasSymbol(name))
+        return {};
+    const QColor tint = QApplication::palette().color(QPalette::WindowText);
+    const qreal ratio = qApp->devicePixelRatio();
+    QImage image = renderSymbol(name, tint, QSizeF(16, 16), ratio);
+    return QIcon(QPixmap::fromImage(std::move(image)));
+}
+
+// A 48-pixel thumbnail, decoded at reduced size where the format allows.
+QImage thumbnail(const QString& path) {
+    QImageReader reader(path);
+    const QSize size = reader.size();
+    if (size.isValid())
+        reader.setScaledSize(size.scaled(48, 48, Qt::KeepAspectRatio));
+    return reader.read();
+}
+} // namespace
+
+TrayController::TrayController(AppModel& model, Preferences& preferences,
+                               std::function<void(const QString&)> openImage, QObject* parent)
     : QObject(parent)
+    , m_model(model)
+    , m_preferences(preferences)
+    , m_openImage(std::move(openImage))
     , m_menu(std::make_unique<QMenu>()) {
-    m_menu->addAction(QStringLiteral("About Quillmark"), this, [this] { showAbout(); });
-    m_menu->addSeparator();
-    m_menu->addAction(QStringLiteral("Quit Quillmark"), QKeySequence(QStringLiteral("Ctrl+Q")),
-                      qApp, &QCoreApplication::quit);
+    connect(m_menu.get(), &QMenu::aboutToShow, this, &TrayController::rebuildMenu);
+    connect(&m_model, &AppModel::libraryRevisionChanged, this, &TrayController::refreshThumbnails);
+    connect(&m_preferences, &Preferences::outputDirectoryChanged, this,
+            &TrayController::refreshThumbnails);
+    rebuildMenu();
+    refreshThumbnails();
 
     m_icon = new QSystemTrayIcon(QIcon(QStringLiteral(":/quillmark/icons/quillmark.svg")), this);
     m_icon->setToolTip(QStringLiteral("Quillmark"));
@@ -34,8 +71,87 @@ TrayController::TrayController(QObject* parent)
 
 TrayController::~TrayController() = default;
 
-bool TrayController::isVisible() const {
-    return m_icon && m_icon->isVisible();
+bool TrayController::isVisible() const { return m_icon && m_icon->isVisible(); }
+
+void TrayController::rebuildMenu() {
+    QMenu* menu = m_menu.get();
+    menu->clear();
+    auto addCapture = [&](const QString& title, const QString& symbol, CaptureKind kind,
+                          HotkeyAction action) {
+        QAction* item = menu->addAction(symbolIcon(symbol), title, this,
+                                        [this, kind] { m_model.perform(kind); });
+        // A hint of the global shortcut; the global grab is what makes it work elsewhere.
+        item->setShortcut(keys::keySequence(m_preferences.hotkey(action)));
+        item->setShortcutContext(Qt::WidgetShortcut);
+        item->setShortcutVisibleInContextMenu(true);
+    };
+    addCapture(QStringLiteral("Capture Area"), QStringLiteral("rectangle.dashed"),
+               CaptureKind::Region, HotkeyAction::Region);
+    addCapture(QStringLiteral("Capture Window"), QStringLiteral("macwindow"), CaptureKind::Window,
+               HotkeyAction::Window);
+    addCapture(QStringLiteral("Capture Fullscreen"), QStringLiteral("rectangle.inset.filled"),
+               CaptureKind::Fullscreen, HotkeyAction::Fullscreen);
+    menu->addSeparator();
+
+    QMenu* timer = menu->addMenu(symbolIcon(QStringLiteral("timer")), QStringLiteral("Self-Timer"));
+    const std::tuple<const char*, CaptureKind, int> delayed[] = {
+        {"Capture Area in 3 Seconds", CaptureKind::Region, 3},
+        {"Capture Area in 10 Seconds", CaptureKind::Region, 10},
+        {"Capture Fullscreen in 3 Seconds", CaptureKind::Fullscreen, 3},
+        {"Capture Fullscreen in 10 Seconds", CaptureKind::Fullscreen, 10}};
+    for (const auto& [title, kind, seconds] : delayed)
+        timer->addAction(QString::fromUtf8(title), this,
+                         [this, kind = kind, seconds = seconds] {
+                             m_model.performDelayed(kind, seconds);
+                         });
+
+    const QStringList recent = recentCaptures(m_preferences.outputDirectory());
+    if (!recent.isEmpty()) {
+        QMenu* sub = menu->addMenu(symbolIcon(QStringLiteral("clock.arrow.circlepath")),
+                                   QStringLiteral("Recent Captures"));
+        for (const QString& path : recent)
+            sub->addAction(m_thumbnails.value(path), QFileInfo(path).completeBaseName(), this,
+                           [this, path] { m_openImage(path); });
+    }
+    menu->addSeparator();
+
+    if (const auto last = m_model.lastSavedURL()) {
+        menu->addAction(symbolIcon(QStringLiteral("folder")), QStringLiteral("Show Last in Folder"),
+                        this, [path = *last] { revealInFolder(path); });
+        menu->addSeparator();
+    }
+    if (!m_model.lastStatus().isEmpty()) {
+        QAction* status = menu->addAction(m_model.lastStatus());
+        status->setEnabled(false);
+        menu->addSeparator();
+    }
+    menu->addAction(symbolIcon(QStringLiteral("info.circle")), QStringLiteral("About Quillmark"),
+                    this, [this] { showAbout(); });
+    QAction* quit = menu->addAction(symbolIcon(QStringLiteral("power")),
+                                    QStringLiteral("Quit Quillmark"), qApp,
+                                    &QCoreApplication::quit);
+    quit->setShortcut(QKeySequence(QStringLiteral("Ctrl+Q")));
+    quit->setShortcutVisibleInContextMenu(true);
+}
+
+void TrayController::refreshThumbnails() {
+    const QStringList paths = recentCaptures(m_preferences.outputDirectory());
+    auto* watcher = new QFutureWatcher<QList<std::pair<QString, QImage>>>(this);
+    connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher] {
+        // Only the files now listed keep a thumbnail.
+        QHash<QString, QIcon> fresh;
+        for (const auto& [path, image] : watcher->result())
+            if (!image.isNull())
+                fresh.insert(path, QIcon(QPixmap::fromImage(image)));
+        m_thumbnails = std::move(fresh);
+        watcher->deleteLater();
+    });
+    watcher->setFuture(QtConcurrent::run([paths] {
+        QList<std::pair<QString, QImage>> result;
+        for (const QString& path : paths)
+            result.append({path, thumbnail(path)});
+        return result;
+    }));
 }
 
 void TrayController::showAbout() {

@@ -1,7 +1,11 @@
 #pragma once
 
+#include <QHash>
+#include <QIcon>
 #include <QObject>
 #include <QPointer>
+
+#include <functional>
 #include <memory>
 
 class QMenu;
@@ -10,23 +14,36 @@ class QSystemTrayIcon;
 namespace qm {
 
 class AboutWindow;
+class AppModel;
+class Preferences;
 
 // The program's only permanent presence: the tray icon and its menu. Without a tray host the
 // program keeps running (shortcuts and the command line still work) and says so in the log.
 class TrayController : public QObject {
     Q_OBJECT
 public:
-    explicit TrayController(QObject* parent = nullptr);
+    // openImage: what choosing a recent capture does with its file.
+    TrayController(AppModel& model, Preferences& preferences,
+                   std::function<void(const QString&)> openImage, QObject* parent = nullptr);
     ~TrayController() override;
 
     QMenu* menu() const { return m_menu.get(); }
     bool isVisible() const;
     void showAbout();
 
+    // The menu's content as it would show now; rebuilt before every appearance.
+    void rebuildMenu();
+
 private:
+    void refreshThumbnails();
+
+    AppModel& m_model;
+    Preferences& m_preferences;
+    std::function<void(const QString&)> m_openImage;
     std::unique_ptr<QMenu> m_menu;
     QSystemTrayIcon* m_icon = nullptr;
     std::unique_ptr<AboutWindow> m_about;
+    QHash<QString, QIcon> m_thumbnails; // by file path, made in the background
 };
 
 } // namespace qm

@@ -1,0 +1,288 @@
+#include "app/workflow/AppModel.h"
+
+#include "app/core/ImageExport.h"
+#include "app/core/Log.h"
+#include "app/core/Preferences.h"
+#include "app/hotkeys/HotkeyManager.h"
+#include "app/toast/ToastCenter.h"
+#include "capture/core/ScreenCaptureManager.h"
+#include "capture/core/ShareableContentCache.h"
+#include "capture/ui/CaptureFlash.h"
+#include "capture/ui/CountdownController.h"
+#include "capture/ui/SelectionOverlayController.h"
+#include "platform/sound/SoundPlayer.h"
+
+#include <QFileInfo>
+
+namespace qm {
+
+namespace {
+constexpr std::chrono::duration<double> kContentMaxAge{5.0};
+
+QString describe(const CaptureFailure& failure) {
+    if (!failure.reason.isEmpty())
+        return failure.reason;
+    switch (failure.error) {
+    case CaptureError::NoDisplay: return QStringLiteral("No display was found.");
+    case CaptureError::NoWindow: return QStringLiteral("No window was found.");
+    case CaptureError::CaptureFailed: return QStringLiteral("The screen could not be captured.");
+    }
+    return {};
+}
+} // namespace
+
+AppModel::AppModel(Services services, QObject* parent)
+    : QObject(parent)
+    , m_services(services)
+    , m_overlay(std::make_unique<SelectionOverlayController>())
+    , m_countdown(std::make_unique<CountdownController>(services.sounds)) {}
+
+AppModel::~AppModel() = default;
+
+QString AppModel::label(CaptureKind kind) {
+    switch (kind) {
+    case CaptureKind::Region: return QStringLiteral("Region");
+    case CaptureKind::Window: return QStringLiteral("Window");
+    case CaptureKind::Fullscreen: return QStringLiteral("Full screen");
+    }
+    return {};
+}
+
+void AppModel::configure() {
+    if (m_configured)
+        return;
+    m_configured = true;
+    // The display server answers without asking the user, so the window list can be warmed
+    // at once: the first selection then opens without waiting for it.
+    m_services.contentCache.prewarm();
+    connect(&m_services.preferences, &Preferences::quillmarkHotkeysChanged, this,
+            &AppModel::registerHotkeys);
+}
+
+void AppModel::registerHotkeys() {
+    HotkeyManager& hotkeys = m_services.hotkeys;
+    hotkeys.unregisterAll();
+    for (HotkeyAction action : allHotkeyActions) {
+        // The record shortcut is only taken once recording exists; until then the key stays
+        // free for other programs.
+        if (action == HotkeyAction::Record)
+            continue;
+        const HotkeyCombo combo = m_services.preferences.hotkey(action);
+        const bool ok = hotkeys.registerHotkey(combo.keyCode, combo.carbonModifiers,
+                                               [this, action] { runHotkey(action); });
+        if (action == HotkeyAction::Region)
+            m_areaShortcutTaken = !ok && hotkeys.backend().unavailableReason().isEmpty();
+    }
+}
+
+void AppModel::runHotkey(HotkeyAction action) {
+    switch (action) {
+    case HotkeyAction::Region: perform(CaptureKind::Region); break;
+    case HotkeyAction::Window: perform(CaptureKind::Window); break;
+    case HotkeyAction::Fullscreen: perform(CaptureKind::Fullscreen); break;
+    case HotkeyAction::Record: break; // not registered until recording exists
+    }
+}
+
+void AppModel::run(const Command& command) {
+    if (const auto* capture = std::get_if<command::Capture>(&command)) {
+        if (capture->delaySeconds > 0)
+            performDelayed(capture->kind, capture->delaySeconds);
+        else
+            perform(capture->kind);
+    }
+}
+
+void AppModel::setStatus(const QString& status) {
+    m_lastStatus = status;
+    Q_EMIT lastStatusChanged(status);
+}
+
+void AppModel::setCapturing(bool capturing) {
+    if (m_isCapturing == capturing)
+        return;
+    m_isCapturing = capturing;
+    Q_EMIT isCapturingChanged(capturing);
+}
+
+void AppModel::perform(CaptureKind kind) {
+    // One capture at a time: a second press while the first is selecting is ignored.
+    if (m_isCapturing)
+        return;
+    setCapturing(true);
+    switch (kind) {
+    case CaptureKind::Region: captureRegion(); break;
+    case CaptureKind::Window: captureFrontWindow(); break;
+    case CaptureKind::Fullscreen: captureFullScreen(); break;
+    }
+}
+
+void AppModel::captureRegion() {
+    m_services.capture.captureActiveDisplay(this, [this](CaptureResult<DisplayCapture> result) {
+        if (const auto* failure = std::get_if<CaptureFailure>(&result))
+            return fail(*failure);
+        const DisplayCapture frozen = std::get<DisplayCapture>(std::move(result));
+        m_overlay->begin(frozen, QStringLiteral("Capture"),
+                         [this, frozen](std::optional<SelectionResult> selection) {
+                             if (!selection) {
+                                 setCapturing(false);
+                                 return setStatus(QStringLiteral("Cancelled"));
+                             }
+                             if (const auto* window = std::get_if<CapturedWindow>(&*selection))
+                                 return captureChosenWindow(frozen, *window);
+                             setCapturing(false);
+                             const QRectF area = std::get<QRectF>(*selection);
+                             const auto image = ScreenCaptureManager::crop(frozen, area);
+                             if (!image)
+                                 return setStatus(QStringLiteral("Region crop failed"));
+                             CaptureFlash::flash(area, frozen.screen);
+                             finish(*image, label(CaptureKind::Region));
+                         });
+    });
+}
+
+void AppModel::captureChosenWindow(const DisplayCapture& frozen, const CapturedWindow& window) {
+    m_services.capture.captureWindow(
+        window, this, [this, frozen, window](CaptureResult<QImage> result) {
+            setCapturing(false);
+            std::optional<QImage> image;
+            if (auto* live = std::get_if<QImage>(&result)) {
+                image = std::move(*live);
+            } else {
+                qCWarning(lcCapture).noquote()
+                    << QStringLiteral("Quillmark window capture failed, cropping: ") +
+                           describe(std::get<CaptureFailure>(result));
+                image = ScreenCaptureManager::crop(frozen, window.frame);
+            }
+            if (!image)
+                return setStatus(QStringLiteral("Window capture failed"));
+            CaptureFlash::flash(window.frame, frozen.screen);
+            finish(*image, label(CaptureKind::Window));
+        });
+}
+
+void AppModel::captureFrontWindow() {
+    m_services.capture.captureFrontWindow(this, [this](CaptureResult<QImage> result) {
+        if (const auto* failure = std::get_if<CaptureFailure>(&result))
+            return fail(*failure);
+        setCapturing(false);
+        CaptureFlash::flashScreenUnderMouse();
+        finish(std::get<QImage>(result), label(CaptureKind::Window));
+    });
+}
+
+void AppModel::captureFullScreen() {
+    m_services.capture.captureFullScreen(this, [this](CaptureResult<QImage> result) {
+        if (const auto* failure = std::get_if<CaptureFailure>(&result))
+            return fail(*failure);
+        setCapturing(false);
+        CaptureFlash::flashScreenUnderMouse();
+        finish(std::get<QImage>(result), label(CaptureKind::Fullscreen));
+    });
+}
+
+void AppModel::performDelayed(CaptureKind kind, int seconds) {
+    if (m_isCapturing || m_countdown->isRunning())
+        return;
+    if (kind != CaptureKind::Region) {
+        // Only areas are chosen before the countdown; everything else waits, then takes the
+        // whole screen as it is when the countdown ends.
+        setStatus(QStringLiteral("Capturing in %1s…").arg(seconds));
+        m_countdown->begin(
+            seconds,
+            [this] {
+                if (m_isCapturing)
+                    return;
+                setCapturing(true);
+                captureFullScreen();
+            },
+            [this] { setStatus(QStringLiteral("Cancelled")); });
+        return;
+    }
+    setCapturing(true);
+    m_services.capture.captureActiveDisplay(
+        this, [this, seconds](CaptureResult<DisplayCapture> result) {
+            if (const auto* failure = std::get_if<CaptureFailure>(&result))
+                return fail(*failure);
+            const DisplayCapture frozen = std::get<DisplayCapture>(std::move(result));
+            m_overlay->begin(frozen, QStringLiteral("Capture"),
+                             [this, frozen, seconds](std::optional<SelectionResult> selection) {
+                                 setCapturing(false);
+                                 if (!selection)
+                                     return setStatus(QStringLiteral("Cancelled"));
+                                 delayedLiveCapture(frozen, *selection, seconds);
+                             });
+        });
+}
+
+void AppModel::delayedLiveCapture(const DisplayCapture& frozen, const SelectionResult& selection,
+                                  int seconds) {
+    setStatus(QStringLiteral("Capturing in %1s…").arg(seconds));
+    // What changes on screen during the countdown is what gets captured.
+    auto fire = [this, frozen, selection] {
+        if (m_isCapturing)
+            return;
+        setCapturing(true);
+        if (const auto* window = std::get_if<CapturedWindow>(&selection)) {
+            const CapturedWindow chosen = *window;
+            m_services.capture.captureWindow(
+                chosen, this, [this, chosen, frozen](CaptureResult<QImage> result) {
+                    if (const auto* failure = std::get_if<CaptureFailure>(&result))
+                        return fail(*failure);
+                    setCapturing(false);
+                    CaptureFlash::flash(chosen.frame, frozen.screen);
+                    finish(std::get<QImage>(result), label(CaptureKind::Window));
+                });
+            return;
+        }
+        const QRectF area = std::get<QRectF>(selection);
+        m_services.capture.capture(
+            frozen.screen, this, [this, area](CaptureResult<DisplayCapture> result) {
+                if (const auto* failure = std::get_if<CaptureFailure>(&result))
+                    return fail(*failure);
+                setCapturing(false);
+                const DisplayCapture live = std::get<DisplayCapture>(std::move(result));
+                const auto image = ScreenCaptureManager::crop(live, area);
+                if (!image)
+                    return setStatus(QStringLiteral("Region crop failed"));
+                CaptureFlash::flash(area, live.screen);
+                finish(*image, label(CaptureKind::Region));
+            });
+    };
+    m_countdown->begin(seconds, fire, [this] { setStatus(QStringLiteral("Cancelled")); });
+}
+
+void AppModel::finish(const QImage& image, const QString& label) {
+    Preferences& prefs = m_services.preferences;
+    if (prefs.copyToClipboardAfterCapture())
+        ImageExport::copyToPasteboard(image);
+    if (prefs.playCaptureSound())
+        m_services.sounds.play(SystemSound::Grab);
+
+    // "Open editor after capture" and "Show quick access overlay" hand the image to the editor
+    // or to a floating card once those exist; until then every capture is saved right here.
+    const auto saved =
+        ImageExport::savePNG(image, ImageExport::screenshotPrefix, prefs.outputDirectory());
+    if (!saved) {
+        // The image may still be on the clipboard; the wording stays the same either way.
+        setStatus(label + QStringLiteral(" captured (copied to clipboard)"));
+        m_services.toasts.present(QStringLiteral("Copied"), QStringLiteral("doc.on.doc"));
+        return;
+    }
+    m_lastSavedURL = *saved;
+    Q_EMIT lastSavedURLChanged();
+    Q_EMIT libraryRevisionChanged(++m_libraryRevision);
+    setStatus(label + QStringLiteral(" saved → ") + QFileInfo(*saved).fileName());
+    m_services.toasts.present(QStringLiteral("Saved to ") +
+                                  QFileInfo(prefs.outputDirectory()).fileName(),
+                              QStringLiteral("square.and.arrow.down"));
+}
+
+void AppModel::fail(const CaptureFailure& failure) {
+    setCapturing(false);
+    const QString description = describe(failure);
+    setStatus(QStringLiteral("Capture failed: ") + description);
+    qCWarning(lcCapture).noquote() << QStringLiteral("Quillmark capture error: ") + description;
+}
+
+} // namespace qm

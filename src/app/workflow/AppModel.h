@@ -1,0 +1,93 @@
+#pragma once
+
+#include "app/core/CommandLine.h"
+#include "app/core/Hotkeys.h"
+#include "capture/CaptureTypes.h"
+
+#include <QImage>
+#include <QObject>
+#include <QString>
+
+#include <memory>
+#include <optional>
+
+namespace qm {
+
+class CountdownController;
+class HotkeyManager;
+class Preferences;
+class ScreenCaptureManager;
+class SelectionOverlayController;
+class ShareableContentCache;
+class SoundPlayer;
+class ToastCenter;
+
+// Turns a request (shortcut, tray menu, command line) into a capture and routes the result
+// through clipboard, sound and file, keeping the one-line status the menu shows.
+class AppModel : public QObject {
+    Q_OBJECT
+public:
+    struct Services {
+        Preferences& preferences;
+        ScreenCaptureManager& capture;
+        ShareableContentCache& contentCache;
+        HotkeyManager& hotkeys;
+        SoundPlayer& sounds;
+        ToastCenter& toasts;
+    };
+
+    explicit AppModel(Services services, QObject* parent = nullptr);
+    ~AppModel() override;
+
+    // Once at start: warms the window list and follows shortcut changes.
+    void configure();
+    void registerHotkeys();
+    // The area shortcut could not be taken because another program holds it.
+    bool desktopOwnsAreaShortcut() const { return m_areaShortcutTaken; }
+
+    void perform(CaptureKind kind);
+    void performDelayed(CaptureKind kind, int seconds);
+    void runHotkey(HotkeyAction action);
+    void run(const Command& command);
+
+    QString lastStatus() const { return m_lastStatus; }
+    std::optional<QString> lastSavedURL() const { return m_lastSavedURL; }
+    int libraryRevision() const { return m_libraryRevision; }
+    bool isCapturing() const { return m_isCapturing; }
+
+    SelectionOverlayController& overlay() const { return *m_overlay; }
+    CountdownController& countdown() const { return *m_countdown; }
+
+    static QString label(CaptureKind kind);
+
+Q_SIGNALS:
+    void lastStatusChanged(const QString& status);
+    void lastSavedURLChanged();
+    void libraryRevisionChanged(int revision);
+    void isCapturingChanged(bool capturing);
+
+private:
+    void setStatus(const QString& status);
+    void setCapturing(bool capturing);
+    void captureRegion();
+    void captureFrontWindow();
+    void captureFullScreen();
+    void captureChosenWindow(const DisplayCapture& frozen, const CapturedWindow& window);
+    void delayedLiveCapture(const DisplayCapture& frozen, const SelectionResult& selection,
+                            int seconds);
+    void finish(const QImage& image, const QString& label);
+    void fail(const CaptureFailure& failure);
+
+    Services m_services;
+    std::unique_ptr<SelectionOverlayController> m_overlay;
+    std::unique_ptr<CountdownController> m_countdown;
+
+    QString m_lastStatus;
+    std::optional<QString> m_lastSavedURL;
+    int m_libraryRevision = 0;
+    bool m_isCapturing = false;
+    bool m_configured = false;
+    bool m_areaShortcutTaken = false;
+};
+
+} // namespace qm
