@@ -131,7 +131,7 @@ void BM_pixelate_3840x2160(benchmark::State& state) {
 BENCHMARK(BM_pixelate_3840x2160)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_backdrop_3840x2160(benchmark::State& state) {
-    const QImage base = screenshot().convertToFormat(QImage::Format_ARGB32_Premultiplied);
+    const QImage base = screenshot().convertToFormat(QImage::Format_RGB32);
     const BackgroundStyle style{QStringLiteral("indigo"), 48, 18, true};
     for (auto _ : state) {
         QImage out = AnnotationRenderer::applyBackground(base, style);

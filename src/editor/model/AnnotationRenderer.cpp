@@ -6,6 +6,7 @@
 #include <QPaintDevice>
 #include <QPainter>
 #include <QPainterPath>
+#include <QRegion>
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -204,7 +205,10 @@ QRectF AnnotationRenderer::textRect(const Annotation::Text& text, const QPaintDe
 }
 
 QImage AnnotationRenderer::pixelate(const QImage& source, double blockSize) {
-    QImage image = source.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+    // Both formats hold premultiplied 32-bit pixels, so averaging works on either.
+    QImage image = source.format() == QImage::Format_RGB32
+                       ? source.copy()
+                       : source.convertToFormat(QImage::Format_ARGB32_Premultiplied);
     const int w = image.width(), h = image.height();
     if (w < 1 || h < 1 || !(blockSize >= 1))
         return image;
@@ -289,19 +293,41 @@ QImage AnnotationRenderer::applyBackground(const QImage& image, const Background
         for (qsizetype i = 0; i < colors.size(); ++i)
             gradient.setColorAt(double(i) / double(colors.size() - 1), colors[i]);
     }
-    painter.setCompositionMode(QPainter::CompositionMode_Source);
-    painter.fillRect(bounds, gradient);
-    painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
-
     const QRectF imageRect(p, p, image.width(), image.height());
     QPainterPath rounded;
     rounded.addRoundedRect(imageRect, style.cornerRadius, style.cornerRadius);
+
+    // An opaque image hides everything beneath its interior, so the backdrop, shadow and
+    // rounded edge are only painted around it and in its corners; the interior is a copy.
+    const bool opaque = !image.hasAlphaChannel();
+    QRegion around(canvas.rect());
+    QRegion interior;
+    if (opaque) {
+        const QRect inner(QPoint(int(std::ceil(p)), int(std::ceil(p))),
+                          QPoint(int(std::floor(p + image.width())) - 1,
+                                 int(std::floor(p + image.height())) - 1));
+        const double r = std::clamp(style.cornerRadius, 0.0,
+                                    std::min(image.width(), image.height()) / 2.0) +
+                         1;
+        QRegion corners;
+        for (const QPointF& c : {imageRect.topLeft(), imageRect.topRight() - QPointF(r, 0),
+                                 imageRect.bottomLeft() - QPointF(0, r),
+                                 imageRect.bottomRight() - QPointF(r, r)})
+            corners += QRectF(c, QSizeF(r, r)).toAlignedRect();
+        around = around.subtracted(QRegion(inner)).united(corners);
+        interior = QRegion(inner).subtracted(corners);
+    }
+    painter.setClipRegion(around);
+
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    painter.fillRect(bounds, gradient);
+    painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
 
     if (style.shadow && p > 0) {
         // The blur is smooth, so it is computed on a reduced mask and scaled up.
         const double blur = 0.5 * p;
         const double sigma = blur / 2;
-        const double scale = std::max(1.0, sigma / 3);
+        const double scale = std::max(1.0, sigma / 2);
         QImage mask(int(std::ceil(fullWidth / scale)), int(std::ceil(fullHeight / scale)),
                     QImage::Format_Alpha8);
         mask.fill(0);
@@ -330,6 +356,10 @@ QImage AnnotationRenderer::applyBackground(const QImage& image, const Background
     texture.setTransform(QTransform::fromTranslate(p, p));
     painter.setBrush(texture);
     painter.drawPath(rounded);
+    if (opaque) {
+        painter.setClipRegion(interior);
+        painter.drawImage(QPointF(p, p), image);
+    }
     painter.end();
     return canvas;
 }

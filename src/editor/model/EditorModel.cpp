@@ -89,7 +89,11 @@ EditorModel::~EditorModel() = default;
 
 const QImage& EditorModel::cgBase() const {
     if (!m_cgBase) {
-        QImage raster = m_baseImage.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+        // Captures are opaque; keeping that in the format lets the backdrop skip what the
+        // image hides.
+        QImage raster = m_baseImage.convertToFormat(m_baseImage.hasAlphaChannel()
+                                                        ? QImage::Format_ARGB32_Premultiplied
+                                                        : QImage::Format_RGB32);
         raster.setDevicePixelRatio(1); // one pixel per unit, whatever screen it came from
         m_cgBase = raster;
     }

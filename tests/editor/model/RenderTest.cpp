@@ -267,15 +267,33 @@ TEST_F(RenderTest, BackdropFramesTheImageWithGradientCornersAndShadow) {
         for (QPoint corner : {QPoint(49, 49), QPoint(1046, 49), QPoint(49, 646), QPoint(1046, 646)})
             EXPECT_LT(luminance(img.pixel(corner)), 120) << corner.x() << "," << corner.y();
 
-    // The shadow falls downwards: more darkening below than above the image.
-    // The gradient is lighter at the top, so compare the share of light the shadow takes.
+    // The shadow falls downwards: it takes more light below the image than above it.
+    // Measured on a light backdrop, where 8-bit rounding does not drown it.
+    BackgroundStyle light{QStringLiteral("silver"), 48, 18, true};
+    const QImage lightShadow = EditorModel::applyBackground(white, light);
+    light.shadow = false;
+    const QImage lightPlain = EditorModel::applyBackground(white, light);
     const auto darkening = [&](int x, int y) {
-        return 1 - luminance(withShadow.pixel(x, y)) / luminance(plain.pixel(x, y));
+        return 1 - luminance(lightShadow.pixel(x, y)) / luminance(lightPlain.pixel(x, y));
     };
     const double below = darkening(548, 648 + 8), above = darkening(548, 48 - 8);
     EXPECT_GT(below, 0.05);
     EXPECT_GT(below, above + 0.03);
     EXPECT_LT(darkening(548, 2), 0.03); // and fades out within the padding
+
+    // A translucent image (a window with see-through corners) takes the slow path: the
+    // backdrop is painted beneath all of it, and the rounded corners still cut.
+    QImage clear(1000, 600, QImage::Format_ARGB32_Premultiplied);
+    clear.fill(Qt::transparent);
+    const QRgb behind = EditorModel::applyBackground(clear, style).pixel(548, 348);
+    clear.fill(QColor(255, 255, 255, 128));
+    const QImage translucent = EditorModel::applyBackground(clear, style);
+    ASSERT_EQ(translucent.size(), QSize(1096, 696));
+    EXPECT_EQ(translucent.pixel(49, 49), plain.pixel(49, 49));
+    EXPECT_LE(distance(translucent.pixel(548, 348),
+                       qRgb((255 + qRed(behind)) / 2, (255 + qGreen(behind)) / 2,
+                            (255 + qBlue(behind)) / 2)),
+              6);
 
     // Square corners when the radius is 0.
     style.cornerRadius = 0;
