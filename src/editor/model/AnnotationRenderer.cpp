@@ -159,14 +159,15 @@ void AnnotationRenderer::drawPixelation(QPainter& painter, const QImage& pixelat
     painter.restore();
 }
 
-void AnnotationRenderer::drawDocument(QPainter& painter, const QImage& base,
-                                      const QImage& pixelated,
-                                      const QList<Annotation>& annotations) {
-    painter.drawImage(QPointF(0, 0), base);
+void AnnotationRenderer::drawMarks(QPainter& painter, const QImage* pixelated,
+                                   const QList<Annotation>& annotations, const QUuid& skip) {
+    if (pixelated)
+        for (const Annotation& a : annotations)
+            if (a.id() != skip)
+                drawPixelation(painter, *pixelated, a);
     for (const Annotation& a : annotations)
-        drawPixelation(painter, pixelated, a);
-    for (const Annotation& a : annotations)
-        draw(painter, a);
+        if (a.id() != skip)
+            draw(painter, a);
 }
 
 QList<QPointF> AnnotationRenderer::arrowPolygon(QPointF start, QPointF end, double w) {
@@ -306,13 +307,12 @@ QImage AnnotationRenderer::applyBackground(const QImage& image, const Background
         const QRect inner(QPoint(int(std::ceil(p)), int(std::ceil(p))),
                           QPoint(int(std::floor(p + image.width())) - 1,
                                  int(std::floor(p + image.height())) - 1));
-        const double r = std::clamp(style.cornerRadius, 0.0,
-                                    std::min(image.width(), image.height()) / 2.0) +
-                         1;
+        const double r =
+            std::clamp(style.cornerRadius, 0.0, std::min(image.width(), image.height()) / 2.0) + 1;
         QRegion corners;
-        for (const QPointF& c : {imageRect.topLeft(), imageRect.topRight() - QPointF(r, 0),
-                                 imageRect.bottomLeft() - QPointF(0, r),
-                                 imageRect.bottomRight() - QPointF(r, r)})
+        for (const QPointF& c :
+             {imageRect.topLeft(), imageRect.topRight() - QPointF(r, 0),
+              imageRect.bottomLeft() - QPointF(0, r), imageRect.bottomRight() - QPointF(r, r)})
             corners += QRectF(c, QSizeF(r, r)).toAlignedRect();
         around = around.subtracted(QRegion(inner)).united(corners);
         interior = QRegion(inner).subtracted(corners);

@@ -26,10 +26,11 @@ public:
     static void drawPixelation(QPainter& painter, const QImage& pixelated,
                                const Annotation& annotation);
 
-    // The whole document: `base`, then every pixelate rect, then every other mark in list
-    // order, so pixelation always lies beneath the other marks.
-    static void drawDocument(QPainter& painter, const QImage& base, const QImage& pixelated,
-                             const QList<Annotation>& annotations);
+    // Every mark in list order over whatever the painter already shows, with all pixelate
+    // rects first so pixelation always lies beneath the other marks. `pixelated` may be null
+    // when no mark pixelates. A mark whose id is `skip` is left out (e.g. the text being typed).
+    static void drawMarks(QPainter& painter, const QImage* pixelated,
+                          const QList<Annotation>& annotations, const QUuid& skip = {});
 
     // The filled arrow outline: a shaft tapering from a thin tail to a thicker neck, then the
     // head. Empty for arrows of length 4 or less, else exactly 7 points.

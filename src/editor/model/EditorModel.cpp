@@ -637,6 +637,19 @@ void EditorModel::setHandToolActive(bool on) {
 
 // --- Output ---
 
+void EditorModel::paintMarks(QPainter& painter, const QUuid& skip) const {
+    const bool anyPixelate =
+        std::any_of(m_annotations.cbegin(), m_annotations.cend(),
+                    [](const Annotation& a) { return a.is<Annotation::Pixelate>(); });
+    AnnotationRenderer::drawMarks(painter, anyPixelate ? &pixelatedImage() : nullptr, m_annotations,
+                                  skip);
+}
+
+void EditorModel::paint(QPainter& painter, const QUuid& skip) const {
+    painter.drawImage(QPointF(0, 0), cgBase());
+    paintMarks(painter, skip);
+}
+
 QImage EditorModel::flatten() const {
     const int width = m_pixelSize.width(), height = m_pixelSize.height();
     if (width < 1 || height < 1)
@@ -649,16 +662,7 @@ QImage EditorModel::flatten() const {
         if (!painter.isActive())
             return m_baseImage;
         painter.setRenderHint(QPainter::SmoothPixmapTransform);
-        const bool anyPixelate =
-            std::any_of(m_annotations.cbegin(), m_annotations.cend(),
-                        [](const Annotation& a) { return a.is<Annotation::Pixelate>(); });
-        if (anyPixelate) {
-            const QImage& pixelated = pixelatedImage();
-            for (const Annotation& a : m_annotations)
-                AnnotationRenderer::drawPixelation(painter, pixelated, a);
-        }
-        for (const Annotation& a : m_annotations)
-            AnnotationRenderer::draw(painter, a);
+        paintMarks(painter, {});
     }
     if (m_cropRect) {
         const QRect whole(0, 0, width, height);

@@ -13,6 +13,8 @@
 #include <functional>
 #include <optional>
 
+class QPainter;
+
 namespace qm {
 
 class SettingsStore;
@@ -157,6 +159,9 @@ public:
     void setHandToolActive(bool on);
 
     // --- Output ---
+    // Draws the capture and every mark in image pixels, uncropped and without backdrop: what
+    // the canvas shows (under its own zoom transform). `skip` leaves one mark out.
+    void paint(QPainter& painter, const QUuid& skip = {}) const;
     // The finished image: the capture with every mark, cropped, on the backdrop if one is set.
     // Pixel size equals the capture's (or the crop's) plus the backdrop's padding.
     QImage flatten() const;
@@ -190,6 +195,7 @@ private:
     std::optional<QUuid> textTarget() const;
     const Annotation* selectedAnnotation() const;
     void recolor(const QUuid& id, const QColor& color);
+    void paintMarks(QPainter& painter, const QUuid& skip) const;
 
     SettingsStore& m_settings;
     QHash<AnnotationTool, ToolStyle> m_toolStyles;

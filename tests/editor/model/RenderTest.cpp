@@ -310,3 +310,27 @@ TEST_F(RenderTest, FlattenAppliesCropThenBackdrop) {
     m->setBackground(std::nullopt);
     EXPECT_EQ(m->flatten().size(), QSize(100, 100));
 }
+
+TEST_F(RenderTest, CanvasPaintsTheSameMarksUnderItsZoom) {
+    auto m = model(noise(200, 100));
+    Annotation arrow(Annotation::Arrow{{10, 50}, {190, 50}}, QColor(0, 0, 255), 6);
+    Annotation typing(Annotation::Text{{0, 0, 200, 40}, QStringLiteral("WWWW"), 30},
+                      QColor(0, 255, 0));
+    m->appendAnnotation(Annotation(Annotation::Pixelate{{0, 0, 200, 100}}, Qt::red));
+    m->appendAnnotation(arrow);
+    m->appendAnnotation(typing);
+
+    QImage canvas(400, 200, QImage::Format_RGB32);
+    QPainter painter(&canvas);
+    painter.scale(2, 2);
+    m->paint(painter, typing.id());
+    painter.end();
+    const QImage flat = m->flatten();
+    EXPECT_EQ(canvas.pixel(200, 100), qRgb(0, 0, 255));
+    EXPECT_EQ(canvas.pixel(20, 160), flat.pixel(10, 80)); // same pixelation blocks
+    int green = 0;
+    for (int y = 0; y < 80; ++y)
+        for (int x = 0; x < 400; ++x)
+            green += canvas.pixel(x, y) == qRgb(0, 255, 0);
+    EXPECT_EQ(green, 0); // the text being typed is left to the text field
+}
