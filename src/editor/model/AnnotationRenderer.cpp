@@ -9,6 +9,7 @@
 #include <QRegion>
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <vector>
 
@@ -271,7 +272,9 @@ QImage AnnotationRenderer::applyBackground(const QImage& image, const Background
     const double fullHeight = std::trunc(image.height() + 2 * p);
     if (!(fullWidth >= 1 && fullHeight >= 1) || fullWidth > 32767 || fullHeight > 32767)
         return image;
-    QImage canvas(int(fullWidth), int(fullHeight), QImage::Format_ARGB32_Premultiplied);
+    const bool opaque = !image.hasAlphaChannel();
+    QImage canvas(int(fullWidth), int(fullHeight),
+                  opaque ? QImage::Format_RGB32 : QImage::Format_ARGB32_Premultiplied);
     if (canvas.isNull())
         return image;
     const QRectF bounds(0, 0, fullWidth, fullHeight);
@@ -300,7 +303,6 @@ QImage AnnotationRenderer::applyBackground(const QImage& image, const Background
 
     // An opaque image hides everything beneath its interior, so the backdrop, shadow and
     // rounded edge are only painted around it and in its corners; the interior is a copy.
-    const bool opaque = !image.hasAlphaChannel();
     QRegion around(canvas.rect());
     QRegion interior;
     if (opaque) {
@@ -356,11 +358,20 @@ QImage AnnotationRenderer::applyBackground(const QImage& image, const Background
     texture.setTransform(QTransform::fromTranslate(p, p));
     painter.setBrush(texture);
     painter.drawPath(rounded);
-    if (opaque) {
+    if (opaque && (p != std::floor(p) || image.format() != canvas.format())) {
         painter.setClipRegion(interior);
         painter.drawImage(QPointF(p, p), image);
     }
     painter.end();
+    if (opaque && p == std::floor(p) && image.format() == canvas.format()) {
+        // Whole-pixel padding: the interior is a plain copy of the image's rows.
+        const int offset = int(p);
+        for (const QRect& r : interior)
+            for (int y = r.top(); y <= r.bottom(); ++y)
+                std::memcpy(canvas.scanLine(y) + r.left() * 4,
+                            image.constScanLine(y - offset) + (r.left() - offset) * 4,
+                            size_t(r.width()) * 4);
+    }
     return canvas;
 }
 

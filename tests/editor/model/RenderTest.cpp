@@ -301,12 +301,20 @@ TEST_F(RenderTest, BackdropFramesTheImageWithGradientCornersAndShadow) {
 }
 
 TEST_F(RenderTest, FlattenAppliesCropThenBackdrop) {
-    auto m = model(noise(300, 200));
+    const QImage base = noise(300, 200);
+    auto m = model(base);
     m->setTool(AnnotationTool::Crop);
-    m->setCropEdit(QRectF(0, 0, 100, 100));
+    m->setCropEdit(QRectF(50, 50, 100, 100));
     m->commitCrop();
     m->setBackground(BackgroundStyle{QStringLiteral("blue"), 20, 0, false});
-    EXPECT_EQ(m->flatten().size(), QSize(140, 140));
+    const QImage framed = m->flatten();
+    ASSERT_EQ(framed.size(), QSize(140, 140));
+    for (QPoint p : {QPoint(0, 0), QPoint(99, 0), QPoint(37, 61), QPoint(99, 99)})
+        EXPECT_EQ(framed.pixel(p + QPoint(20, 20)), base.pixel(p + QPoint(50, 50)));
+    EXPECT_NE(framed.pixel(19, 19), base.pixel(49, 49));
+    // Half-pixel padding: the canvas keeps whole pixels.
+    m->setBackground(BackgroundStyle{QStringLiteral("blue"), 20.5, 8, true});
+    EXPECT_EQ(m->flatten().size(), QSize(141, 141));
     m->setBackground(std::nullopt);
     EXPECT_EQ(m->flatten().size(), QSize(100, 100));
 }
