@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <vector>
 
@@ -267,21 +268,40 @@ QImage AnnotationRenderer::pixelate(const QImage& source, double blockSize) {
 }
 
 QImage AnnotationRenderer::applyBackground(const QImage& image, const BackgroundStyle& style) {
+    return applyBackground(image, image.rect(), style, {});
+}
+
+QImage AnnotationRenderer::applyBackground(const QImage& source, const QRect& sourceRect,
+                                           const BackgroundStyle& style,
+                                           const std::function<void(QPainter&)>& paintOver) {
+    const QRect area = sourceRect.intersected(source.rect());
     const double p = style.padding;
-    const double fullWidth = std::trunc(image.width() + 2 * p);
-    const double fullHeight = std::trunc(image.height() + 2 * p);
-    if (!(fullWidth >= 1 && fullHeight >= 1) || fullWidth > 32767 || fullHeight > 32767)
+    const double fullWidth = std::trunc(area.width() + 2 * p);
+    const double fullHeight = std::trunc(area.height() + 2 * p);
+    const bool opaque = !source.hasAlphaChannel();
+    // Opaque capture, whole-pixel padding: the marks are painted straight into the canvas, so
+    // no second full-size image is made (each costs more in page faults than in painting).
+    const bool direct = opaque && p == std::floor(p) && source.format() == QImage::Format_RGB32;
+    const auto withMarks = [&] {
+        QImage image = source.copy(area);
+        if (paintOver) {
+            QPainter painter(&image);
+            painter.translate(-area.topLeft());
+            paintOver(painter);
+        }
         return image;
-    const bool opaque = !image.hasAlphaChannel();
+    };
+    if (!(fullWidth >= 1 && fullHeight >= 1) || fullWidth > 32767 || fullHeight > 32767)
+        return withMarks();
+    if (!direct && (paintOver || area != source.rect()))
+        return applyBackground(withMarks(), style);
+
     QImage canvas(int(fullWidth), int(fullHeight),
                   opaque ? QImage::Format_RGB32 : QImage::Format_ARGB32_Premultiplied);
     if (canvas.isNull())
-        return image;
+        return withMarks();
     const QRectF bounds(0, 0, fullWidth, fullHeight);
-
-    QPainter painter(&canvas);
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setRenderHint(QPainter::SmoothPixmapTransform);
+    const QRectF imageRect(p, p, area.width(), area.height());
 
     // −45°: from the top-left corner to the bottom-right one, spanning the rect's projection.
     QList<QColor> colors = BackgroundPreset::colorsFor(style.presetID);
@@ -297,30 +317,53 @@ QImage AnnotationRenderer::applyBackground(const QImage& image, const Background
         for (qsizetype i = 0; i < colors.size(); ++i)
             gradient.setColorAt(double(i) / double(colors.size() - 1), colors[i]);
     }
-    const QRectF imageRect(p, p, image.width(), image.height());
     QPainterPath rounded;
     rounded.addRoundedRect(imageRect, style.cornerRadius, style.cornerRadius);
 
     // An opaque image hides everything beneath its interior, so the backdrop, shadow and
-    // rounded edge are only painted around it and in its corners; the interior is a copy.
+    // rounded edge are only painted around it and in its corners.
     QRegion around(canvas.rect());
-    QRegion interior;
+    QList<QRect> corners;
     if (opaque) {
-        const QRect inner(QPoint(int(std::ceil(p)), int(std::ceil(p))),
-                          QPoint(int(std::floor(p + image.width())) - 1,
-                                 int(std::floor(p + image.height())) - 1));
+        const QRect inner(
+            QPoint(int(std::ceil(p)), int(std::ceil(p))),
+            QPoint(int(std::floor(p + area.width())) - 1, int(std::floor(p + area.height())) - 1));
         const double r =
-            std::clamp(style.cornerRadius, 0.0, std::min(image.width(), image.height()) / 2.0) + 1;
-        QRegion corners;
+            std::clamp(style.cornerRadius, 0.0, std::min(area.width(), area.height()) / 2.0) + 1;
+        QRegion cornerRegion;
         for (const QPointF& c :
              {imageRect.topLeft(), imageRect.topRight() - QPointF(r, 0),
-              imageRect.bottomLeft() - QPointF(0, r), imageRect.bottomRight() - QPointF(r, r)})
-            corners += QRectF(c, QSizeF(r, r)).toAlignedRect();
-        around = around.subtracted(QRegion(inner)).united(corners);
-        interior = QRegion(inner).subtracted(corners);
+              imageRect.bottomLeft() - QPointF(0, r), imageRect.bottomRight() - QPointF(r, r)}) {
+            const QRect square = QRectF(c, QSizeF(r, r)).toAlignedRect().intersected(inner);
+            corners << square;
+            cornerRegion += square;
+        }
+        around = around.subtracted(QRegion(inner)).united(cornerRegion);
     }
-    painter.setClipRegion(around);
 
+    // The image itself goes in first when it is copied directly; its corners are kept aside
+    // and laid back in through the rounded outline once the backdrop is behind them.
+    QList<QImage> cornerPatches;
+    if (direct) {
+        const int offset = int(p);
+        for (int y = 0; y < area.height(); ++y)
+            std::memcpy(canvas.scanLine(y + offset) + offset * 4,
+                        source.constScanLine(y + area.y()) + area.x() * 4,
+                        size_t(area.width()) * 4);
+        if (paintOver) {
+            QPainter painter(&canvas);
+            painter.setClipRect(QRect(offset, offset, area.width(), area.height()));
+            painter.translate(QPointF(p, p) - QPointF(area.topLeft()));
+            paintOver(painter);
+        }
+        for (const QRect& c : corners)
+            cornerPatches << canvas.copy(c);
+    }
+
+    QPainter painter(&canvas);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setRenderHint(QPainter::SmoothPixmapTransform);
+    painter.setClipRegion(around);
     painter.setCompositionMode(QPainter::CompositionMode_Source);
     painter.fillRect(bounds, gradient);
     painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
@@ -354,24 +397,29 @@ QImage AnnotationRenderer::applyBackground(const QImage& image, const Background
     }
 
     painter.setPen(Qt::NoPen);
-    QBrush texture(image);
+    if (direct) {
+        for (qsizetype i = 0; i < corners.size(); ++i) {
+            painter.setClipRect(corners[i]);
+            QBrush patch(cornerPatches[i]);
+            patch.setTransform(QTransform::fromTranslate(corners[i].x(), corners[i].y()));
+            painter.setBrush(patch);
+            painter.drawPath(rounded);
+        }
+        // The straight edges between the corners lie on whole pixels and are already exact.
+        painter.end();
+        return canvas;
+    }
+    QBrush texture(source);
     texture.setTransform(QTransform::fromTranslate(p, p));
     painter.setBrush(texture);
     painter.drawPath(rounded);
-    if (opaque && (p != std::floor(p) || image.format() != canvas.format())) {
-        painter.setClipRegion(interior);
-        painter.drawImage(QPointF(p, p), image);
+    if (opaque) {
+        // The interior, which the backdrop left alone.
+        painter.setClipRegion(QRegion(canvas.rect()).subtracted(around));
+        painter.setCompositionMode(QPainter::CompositionMode_Source);
+        painter.drawImage(QPointF(p, p), source);
     }
     painter.end();
-    if (opaque && p == std::floor(p) && image.format() == canvas.format()) {
-        // Whole-pixel padding: the interior is a plain copy of the image's rows.
-        const int offset = int(p);
-        for (const QRect& r : interior)
-            for (int y = r.top(); y <= r.bottom(); ++y)
-                std::memcpy(canvas.scanLine(y) + r.left() * 4,
-                            image.constScanLine(y - offset) + (r.left() - offset) * 4,
-                            size_t(r.width()) * 4);
-    }
     return canvas;
 }
 

@@ -6,7 +6,9 @@
 #include <QImage>
 #include <QList>
 #include <QPointF>
+#include <QRect>
 #include <QRectF>
+#include <functional>
 
 class QPainter;
 class QPaintDevice;
@@ -48,6 +50,12 @@ public:
     // The image on a gradient backdrop with `style.padding` around it, rounded corners and an
     // optional shadow. The result is (width + 2 padding) × (height + 2 padding).
     static QImage applyBackground(const QImage& image, const BackgroundStyle& style);
+    // The same for the `sourceRect` part of `source`, with `paintOver` drawing on it (in
+    // source coordinates) before its corners are rounded; used to export without making an
+    // intermediate full-size image.
+    static QImage applyBackground(const QImage& source, const QRect& sourceRect,
+                                  const BackgroundStyle& style,
+                                  const std::function<void(QPainter&)>& paintOver);
 };
 
 } // namespace qm

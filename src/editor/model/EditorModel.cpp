@@ -654,27 +654,32 @@ QImage EditorModel::flatten() const {
     const int width = m_pixelSize.width(), height = m_pixelSize.height();
     if (width < 1 || height < 1)
         return m_baseImage;
-    QImage out = cgBase(); // the painter detaches its own copy
-    if (out.isNull())
+    const QImage& base = cgBase();
+    if (base.isNull())
         return m_baseImage;
-    {
-        QPainter painter(&out);
-        if (!painter.isActive())
-            return m_baseImage;
+    const QRect whole(0, 0, width, height);
+    QRect area = whole;
+    if (m_cropRect) {
+        const QRect r = m_cropRect->intersected(QRectF(whole)).toAlignedRect();
+        if (!r.isEmpty() && r != whole)
+            area = r;
+    }
+    const auto paintOver = [this](QPainter& painter) {
         painter.setRenderHint(QPainter::SmoothPixmapTransform);
         paintMarks(painter, {});
-    }
-    if (m_cropRect) {
-        const QRect whole(0, 0, width, height);
-        const QRect r = m_cropRect->intersected(QRectF(whole)).toAlignedRect();
-        if (!r.isEmpty() && r != whole) {
-            const QImage cropped = out.copy(r);
-            if (!cropped.isNull())
-                out = cropped;
-        }
-    }
+    };
     if (m_background)
-        return applyBackground(out, *m_background);
+        return AnnotationRenderer::applyBackground(base, area, *m_background, paintOver);
+
+    QImage out = base.copy(area);
+    if (out.isNull())
+        return m_baseImage;
+    QPainter painter(&out);
+    if (!painter.isActive())
+        return m_baseImage;
+    painter.translate(-area.topLeft());
+    paintOver(painter);
+    painter.end();
     return out;
 }
 

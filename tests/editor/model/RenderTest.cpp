@@ -312,9 +312,21 @@ TEST_F(RenderTest, FlattenAppliesCropThenBackdrop) {
     for (QPoint p : {QPoint(0, 0), QPoint(99, 0), QPoint(37, 61), QPoint(99, 99)})
         EXPECT_EQ(framed.pixel(p + QPoint(20, 20)), base.pixel(p + QPoint(50, 50)));
     EXPECT_NE(framed.pixel(19, 19), base.pixel(49, 49));
-    // Half-pixel padding: the canvas keeps whole pixels.
-    m->setBackground(BackgroundStyle{QStringLiteral("blue"), 20.5, 8, true});
-    EXPECT_EQ(m->flatten().size(), QSize(141, 141));
+
+    // A mark over the crop's corner stays on the image and is rounded off with it, on the
+    // direct path (whole-pixel padding) and the general one (half-pixel padding) alike.
+    m->appendAnnotation(Annotation(Annotation::Step{{50, 50}, 1, 30}, QColor(0, 255, 0)));
+    for (double padding : {20.0, 20.5}) {
+        m->setBackground(BackgroundStyle{QStringLiteral("blue"), padding, 10, true});
+        const QImage marked = m->flatten();
+        const int side = int(100 + 2 * padding);
+        ASSERT_EQ(marked.size(), QSize(side, side));
+        const int origin = int(std::ceil(padding));
+        EXPECT_EQ(marked.pixel(origin + 16, origin + 3), qRgb(0, 255, 0)) << padding;
+        EXPECT_LT(qGreen(marked.pixel(origin, origin)), 200) << padding; // rounded away
+        EXPECT_LT(qGreen(marked.pixel(origin - 3, origin + 12)), 200) << padding;
+        EXPECT_LT(qGreen(marked.pixel(origin + 12, origin - 3)), 200) << padding;
+    }
     m->setBackground(std::nullopt);
     EXPECT_EQ(m->flatten().size(), QSize(100, 100));
 }
