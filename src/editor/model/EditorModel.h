@@ -33,6 +33,8 @@ public:
     // Snapshots the undo history keeps at most.
     static constexpr int undoLimit = 100;
 
+    // `settings` is the program's one settings store and must outlive the model. Construction
+    // writes "markup.fontSize" (a new editor always starts from a size suited to the image).
     EditorModel(const QImage& image, SettingsStore& settings, QObject* parent = nullptr);
     ~EditorModel() override;
 
@@ -163,7 +165,9 @@ public:
     // the canvas shows (under its own zoom transform). `skip` leaves one mark out.
     void paint(QPainter& painter, const QUuid& skip = {}) const;
     // The finished image: the capture with every mark, cropped, on the backdrop if one is set.
-    // Pixel size equals the capture's (or the crop's) plus the backdrop's padding.
+    // Pixel size equals the capture's (or the crop's) plus the backdrop's padding. Opaque
+    // captures give Format_RGB32, others Format_ARGB32_Premultiplied; the device pixel ratio
+    // is 1.
     QImage flatten() const;
     static QImage applyBackground(const QImage& image, const BackgroundStyle& style);
 
