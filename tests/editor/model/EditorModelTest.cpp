@@ -1,0 +1,447 @@
+#include "editor/model/EditorModel.h"
+
+#include "app/core/SettingsStore.h"
+
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+#include <memory>
+
+using namespace qm;
+
+namespace {
+
+class EditorModelTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(dir.isValid());
+        path = dir.filePath(QStringLiteral("Quillmark.conf"));
+        store = std::make_unique<IniSettingsStore>(path);
+    }
+
+    std::unique_ptr<EditorModel> makeModel(int width = 800, int height = 600) {
+        QImage image(width, height, QImage::Format_RGB32);
+        image.fill(Qt::white);
+        return std::make_unique<EditorModel>(image, *store);
+    }
+
+    // A fresh store on the same file, as the next editor window would see it.
+    void reopenStore() {
+        store.reset();
+        store = std::make_unique<IniSettingsStore>(path);
+    }
+
+    // What is on disk, read independently of the store under test.
+    QVariant onDisk(const QString& key) const {
+        QSettings file(path, QSettings::IniFormat);
+        return file.value(key);
+    }
+
+    static QUuid add(EditorModel& m, Annotation::Shape shape, QColor color = Qt::red) {
+        Annotation a(std::move(shape), color);
+        m.beginChange();
+        m.appendAnnotation(a);
+        return a.id();
+    }
+
+    QTemporaryDir dir;
+    QString path;
+    std::unique_ptr<IniSettingsStore> store;
+};
+
+QList<qint64> stepNumbers(const EditorModel& m) {
+    QList<qint64> numbers;
+    for (const Annotation& a : m.annotations())
+        if (const auto* s = a.as<Annotation::Step>())
+            numbers << s->number;
+    return numbers;
+}
+
+QList<QPointF> stepCenters(const EditorModel& m) {
+    QList<QPointF> centers;
+    for (const Annotation& a : m.annotations())
+        if (const auto* s = a.as<Annotation::Step>())
+            centers << s->center;
+    return centers;
+}
+
+} // namespace
+
+TEST_F(EditorModelTest, FreshEditorStartsWithRedArrowAndYellowHighlighter) {
+    auto m = makeModel(1000, 2000);
+    EXPECT_EQ(m->tool(), AnnotationTool::Arrow);
+    EXPECT_EQ(hexRGB(m->color()), QStringLiteral("#FF3B30"));
+    EXPECT_EQ(m->lineWidth(), 4);
+    for (AnnotationTool t : styledTools()) {
+        const ToolStyle s = m->style(t);
+        EXPECT_EQ(hexRGB(s.color), t == AnnotationTool::Highlighter ? QStringLiteral("#FFD60A")
+                                                                    : QStringLiteral("#FF3B30"))
+            << toolId(t).toStdString();
+        EXPECT_EQ(s.lineWidth, 4);
+    }
+    EXPECT_EQ(m->textFontSize(), 50);
+    EXPECT_FALSE(m->textHasBackground());
+    EXPECT_FALSE(m->background());
+    EXPECT_EQ(makeModel(800, 600)->textFontSize(), 28); // never smaller than 28
+}
+
+TEST_F(EditorModelTest, ReadOnlyFallbacksAreUsedButNeverWritten) {
+    store->setValue(QStringLiteral("markup.colorHex"), QStringLiteral("#00ff00"));
+    store->setValue(QStringLiteral("markup.highlightColorHex"), QStringLiteral("not a colour"));
+    store->setValue(QStringLiteral("markup.lineWidth"), 7.0);
+    store->setValue(QStringLiteral("markup.tool.line.lineWidth"), -2.0);
+    auto m = makeModel();
+    EXPECT_EQ(hexRGB(m->style(AnnotationTool::Rectangle).color), QStringLiteral("#00FF00"));
+    EXPECT_EQ(hexRGB(m->style(AnnotationTool::Highlighter).color), QStringLiteral("#FFD60A"));
+    EXPECT_EQ(m->style(AnnotationTool::Line).lineWidth, 7); // non-positive stored width ignored
+    EXPECT_EQ(m->lineWidth(), 7);
+
+    m->setColor(Qt::blue);
+    m->setLineWidth(12);
+    m->setTool(AnnotationTool::Pen);
+    EXPECT_EQ(onDisk(QStringLiteral("markup.colorHex")).toString(), QStringLiteral("#00ff00"));
+    EXPECT_EQ(onDisk(QStringLiteral("markup.lineWidth")).toDouble(), 7);
+    EXPECT_EQ(onDisk(QStringLiteral("markup.highlightColorHex")).toString(),
+              QStringLiteral("not a colour"));
+}
+
+TEST_F(EditorModelTest, ToolStylesAreRememberedAcrossSwitchesAndEditors) {
+    {
+        auto m = makeModel();
+        QSignalSpy colorSpy(m.get(), &EditorModel::colorChanged);
+        m->setTool(AnnotationTool::Pen);
+        m->setColor(QColor(0, 0, 255));
+        m->setLineWidth(9);
+        m->setTool(AnnotationTool::Arrow);
+        EXPECT_EQ(hexRGB(m->color()), QStringLiteral("#FF3B30"));
+        EXPECT_EQ(m->lineWidth(), 4);
+        m->setTool(AnnotationTool::Pen);
+        EXPECT_EQ(m->color(), QColor(0, 0, 255));
+        EXPECT_EQ(m->lineWidth(), 9);
+        EXPECT_EQ(colorSpy.count(), 3); // blue, back to red, blue again
+
+        // Text keeps a colour only: a width chosen with it lands nowhere.
+        m->setTool(AnnotationTool::Text);
+        m->setLineWidth(30);
+        EXPECT_EQ(m->style(AnnotationTool::Text).lineWidth, 4);
+        m->setTool(AnnotationTool::Rectangle);
+        EXPECT_EQ(m->lineWidth(), 4);
+    }
+    EXPECT_EQ(onDisk(QStringLiteral("markup.tool.pen.colorHex")).toString(),
+              QStringLiteral("#0000FF"));
+    EXPECT_FALSE(onDisk(QStringLiteral("markup.tool.text.lineWidth")).isValid());
+
+    reopenStore();
+    auto next = makeModel();
+    EXPECT_EQ(hexRGB(next->color()), QStringLiteral("#FF3B30")); // arrow untouched
+    next->setTool(AnnotationTool::Pen);
+    EXPECT_EQ(next->color(), QColor(0, 0, 255));
+    EXPECT_EQ(next->lineWidth(), 9);
+}
+
+TEST_F(EditorModelTest, FontSizeOfAnEarlierEditorDoesNotCarryOverButChipDoes) {
+    {
+        auto m = makeModel(800, 2000);
+        m->setFontSize(80);
+        m->toggleTextBackground();
+        EXPECT_EQ(onDisk(QStringLiteral("markup.fontSize")).toDouble(), 80);
+    }
+    reopenStore();
+    auto next = makeModel(800, 2000);
+    EXPECT_EQ(next->textFontSize(), 50);
+    EXPECT_TRUE(next->textHasBackground());
+    EXPECT_EQ(onDisk(QStringLiteral("markup.fontSize")).toDouble(), 50);
+}
+
+TEST_F(EditorModelTest, UndoKeepsTheLastHundredSnapshots) {
+    auto m = makeModel();
+    for (int i = 0; i < 101; ++i)
+        add(*m, Annotation::Rectangle{{double(i), 0, 10, 10}});
+    EXPECT_EQ(m->undoCount(), 100);
+    int undone = 0;
+    while (m->canUndo()) {
+        m->undo();
+        ++undone;
+    }
+    EXPECT_EQ(undone, 100);
+    ASSERT_EQ(m->annotations().size(), 1); // the very first change is out of reach
+    m->undo();
+    EXPECT_EQ(m->annotations().size(), 1);
+    while (m->canRedo())
+        m->redo();
+    EXPECT_EQ(m->annotations().size(), 101);
+
+    // A new change after undo drops the redo branch.
+    m->undo();
+    add(*m, Annotation::Ellipse{{0, 0, 5, 5}});
+    EXPECT_FALSE(m->canRedo());
+}
+
+TEST_F(EditorModelTest, RecolouringOneSelectionIsOneUndoStep) {
+    auto m = makeModel();
+    const QUuid arrow = add(*m, Annotation::Arrow{{0, 0}, {100, 100}}, Qt::red);
+    const QUuid rect = add(*m, Annotation::Rectangle{{200, 200, 50, 50}}, Qt::green);
+    m->setTool(AnnotationTool::Select);
+    m->selectOnly(arrow);
+    const int before = m->undoCount();
+    for (QColor c : {Qt::blue, Qt::cyan, Qt::magenta, Qt::yellow, Qt::black})
+        m->applyConfigurationColor(c);
+    EXPECT_EQ(m->undoCount(), before + 1);
+    EXPECT_EQ(m->annotation(arrow)->color, QColor(Qt::black));
+    EXPECT_EQ(m->style(AnnotationTool::Arrow).color, QColor(Qt::black)); // the default follows
+
+    m->selectOnly(rect);
+    EXPECT_EQ(m->configurationTool(), AnnotationTool::Rectangle);
+    EXPECT_EQ(m->displayColor(), QColor(Qt::green));
+    m->applyConfigurationColor(Qt::gray);
+    EXPECT_EQ(m->undoCount(), before + 2);
+
+    m->undo();
+    EXPECT_EQ(m->annotation(rect)->color, QColor(Qt::green));
+    m->undo();
+    EXPECT_EQ(m->annotation(arrow)->color, QColor(Qt::red));
+}
+
+TEST_F(EditorModelTest, ConfigurationTargetsTheSelectionOnlyForItsOwnTool) {
+    auto m = makeModel();
+    const QUuid text = add(*m, Annotation::Text{{0, 0, 100, 30}, QStringLiteral("a"), 30});
+    const QUuid pen = add(*m, Annotation::Pen{{{0, 0}, {9, 9}}}, Qt::blue);
+    m->updateAnnotation(pen, [](Annotation& a) { a.lineWidth = 13; });
+    m->selectOnly(pen);
+
+    // With the arrow tool active, the pen selection is not what the popover edits.
+    EXPECT_FALSE(m->configurationTargetsSelection());
+    EXPECT_EQ(m->displayLineWidth(), 4);
+    m->setTool(AnnotationTool::Select);
+    m->selectOnly(pen);
+    EXPECT_TRUE(m->configurationTargetsSelection());
+    EXPECT_EQ(m->displayLineWidth(), 13);
+    const int before = m->undoCount();
+    m->applyLineWidth(99); // clamped
+    EXPECT_EQ(m->annotation(pen)->lineWidth, 40);
+    EXPECT_EQ(m->style(AnnotationTool::Pen).lineWidth, 40);
+    m->applyLineWidth(2);
+    EXPECT_EQ(m->undoCount(), before + 2); // widths do not coalesce
+
+    // Text has no width: nothing changes.
+    m->selectOnly(text);
+    m->applyLineWidth(20);
+    EXPECT_EQ(m->annotation(text)->lineWidth, 4);
+    EXPECT_EQ(m->undoCount(), before + 2);
+}
+
+TEST_F(EditorModelTest, TextSizeAndChipOnTargetedTextVersusDefaults) {
+    auto m = makeModel();
+    m->setFontSize(5);
+    EXPECT_EQ(m->textFontSize(), 10);
+    m->setFontSize(40);
+    const QUuid text = add(*m, Annotation::Text{{0, 0, 100, 30}, QStringLiteral("a"), 30});
+    m->setEditingTextID(text);
+    ASSERT_TRUE(m->hasTargetedText());
+    m->setFontSize(500);
+    EXPECT_EQ(m->annotation(text)->as<Annotation::Text>()->fontSize, 300);
+    EXPECT_EQ(m->textFontSize(), 40); // the default stays
+    EXPECT_EQ(m->displayFontSize(), 300);
+
+    m->toggleTextBackground();
+    EXPECT_TRUE(m->annotation(text)->textBackground);
+    EXPECT_TRUE(m->textHasBackground()); // the default follows
+    m->applyTextColor(Qt::blue);
+    m->applyTextColor(Qt::darkBlue);
+    EXPECT_EQ(m->annotation(text)->color, QColor(Qt::darkBlue));
+    EXPECT_EQ(m->displayTextColor(), QColor(Qt::darkBlue));
+
+    m->commitPendingText();
+    EXPECT_FALSE(m->hasTargetedText());
+    EXPECT_EQ(m->displayFontSize(), 40);
+    EXPECT_EQ(m->displayTextColor(), QColor(Qt::darkBlue));
+}
+
+TEST_F(EditorModelTest, CommittingTextDropsOnlyAnEmptyOne) {
+    auto m = makeModel();
+    const QUuid blank = add(*m, Annotation::Text{{0, 0, 100, 30}, QStringLiteral(" "), 30});
+    m->setEditingTextID(blank);
+    m->commitPendingText();
+    EXPECT_TRUE(m->annotation(blank)); // white space is content
+    const QUuid empty = add(*m, Annotation::Text{{0, 0, 100, 30}, QString(), 30});
+    const int snapshots = m->undoCount();
+    m->setEditingTextID(empty);
+    m->commitPendingText();
+    EXPECT_FALSE(m->annotation(empty));
+    EXPECT_FALSE(m->editingTextID());
+    EXPECT_EQ(m->undoCount(), snapshots);
+}
+
+TEST_F(EditorModelTest, StepsRenumberThroughDeleteUndoAndRedo) {
+    auto m = makeModel(800, 2000);
+    EXPECT_EQ(m->nextStepNumber(), 1);
+    m->addStep({10, 10});
+    add(*m, Annotation::Rectangle{{0, 0, 5, 5}});
+    m->addStep({20, 20});
+    m->addStep({30, 30});
+    EXPECT_EQ(stepNumbers(*m), (QList<qint64>{1, 2, 3}));
+    EXPECT_EQ(m->annotations().last().as<Annotation::Step>()->radius, 40);
+    EXPECT_TRUE(m->selectedIDs().isEmpty()); // a new step is not selected
+
+    m->selectOnly(m->annotations()[2].id());
+    m->removeSelected();
+    EXPECT_EQ(stepNumbers(*m), (QList<qint64>{1, 2}));
+    EXPECT_EQ(stepCenters(*m), (QList<QPointF>{{10, 10}, {30, 30}}));
+    EXPECT_TRUE(m->selectedIDs().isEmpty());
+    EXPECT_EQ(m->nextStepNumber(), 3);
+
+    m->undo();
+    EXPECT_EQ(stepNumbers(*m), (QList<qint64>{1, 2, 3}));
+    EXPECT_EQ(stepCenters(*m), (QList<QPointF>{{10, 10}, {20, 20}, {30, 30}}));
+    m->redo();
+    EXPECT_EQ(stepNumbers(*m), (QList<qint64>{1, 2}));
+}
+
+TEST_F(EditorModelTest, SelectionFieldsStayInStep) {
+    auto m = makeModel();
+    const QUuid a = add(*m, Annotation::Rectangle{{0, 0, 10, 10}});
+    const QUuid b = add(*m, Annotation::Rectangle{{50, 50, 10, 10}});
+    QSignalSpy ids(m.get(), &EditorModel::selectedIDsChanged);
+
+    m->setSelection({a, b, QUuid::createUuid()});
+    EXPECT_EQ(m->selectedIDs(), (QSet<QUuid>{a, b}));
+    EXPECT_FALSE(m->selectedID());
+    m->setSelection({b});
+    EXPECT_EQ(m->selectedID(), b);
+    m->setSelectedID(a);
+    EXPECT_EQ(m->selectedIDs(), QSet<QUuid>{a});
+    m->setSelectedID(std::nullopt);
+    EXPECT_TRUE(m->selectedIDs().isEmpty());
+    EXPECT_EQ(ids.count(), 4);
+
+    m->selectOnly(a);
+    m->translateSelection({5, 7});
+    EXPECT_EQ(m->annotation(a)->bounds(), QRectF(5, 7, 10, 10));
+    EXPECT_EQ(m->annotation(b)->bounds(), QRectF(50, 50, 10, 10));
+    m->undo(); // clears the selection
+    EXPECT_FALSE(m->selectedID());
+    EXPECT_TRUE(m->selectedIDs().isEmpty());
+}
+
+TEST_F(EditorModelTest, HitTestingHasASixPixelToleranceAndPrefersTheTopMark) {
+    auto m = makeModel();
+    const QUuid lower = add(*m, Annotation::Rectangle{{100, 100, 200, 100}});
+    EXPECT_EQ(m->hitTest({95, 150}), lower);
+    EXPECT_EQ(m->hitTest({150, 206}), lower);
+    EXPECT_FALSE(m->hitTest({93, 150}));
+    EXPECT_FALSE(m->hitTest({150, 207.5}));
+    const QUuid upper = add(*m, Annotation::Ellipse{{250, 150, 100, 100}});
+    EXPECT_EQ(m->hitTest({260, 160}), upper);
+    EXPECT_EQ(m->hitTest({120, 120}), lower);
+
+    // Marquee: a drag of a pixel or less selects nothing.
+    EXPECT_TRUE(m->annotationIDs({90, 90, 1, 300}).isEmpty());
+    EXPECT_EQ(m->annotationIDs({0, 0, 120, 120}), QSet<QUuid>{lower});
+    EXPECT_EQ(m->annotationIDs({240, 140, 20, 20}), (QSet<QUuid>{lower, upper}));
+    EXPECT_TRUE(m->annotationIDs({0, 0, 95, 95}).isEmpty()); // no tolerance here
+}
+
+TEST_F(EditorModelTest, CropCommitClampsAndDropsSliversAndWholeImage) {
+    auto m = makeModel(800, 600);
+    QSignalSpy cropSpy(m.get(), &EditorModel::cropRectChanged);
+    m->setTool(AnnotationTool::Crop);
+    EXPECT_EQ(m->cropEdit(), QRectF(0, 0, 800, 600));
+
+    m->setCropEdit(QRectF(700.5, -20, 300, 200.25)); // partly outside
+    m->commitCrop();
+    EXPECT_EQ(m->cropRect(), QRectF(700.5, 0, 99.5, 180.25)); // kept unrounded
+    EXPECT_EQ(m->tool(), AnnotationTool::Select);
+    EXPECT_FALSE(m->cropEdit());
+
+    m->setTool(AnnotationTool::Crop); // resumes from the committed crop
+    EXPECT_EQ(m->cropEdit(), m->cropRect());
+    m->setCropEdit(QRectF(10, 10, 3, 500));
+    m->commitCrop();
+    EXPECT_FALSE(m->cropRect());
+
+    m->setTool(AnnotationTool::Crop);
+    m->setCropEdit(QRectF(100, 100, 200, 200));
+    m->cancelCrop();
+    EXPECT_FALSE(m->cropRect());
+    m->setTool(AnnotationTool::Crop);
+    m->setCropEdit(QRectF(100, 100, 200, 200));
+    m->commitCrop();
+    ASSERT_TRUE(m->cropRect());
+    m->setTool(AnnotationTool::Crop);
+    m->setCropEdit(QRectF(0.3, 0.2, 799.5, 599.6)); // rounds out to the whole image
+    m->commitCrop();
+    EXPECT_FALSE(m->cropRect());
+    m->setTool(AnnotationTool::Crop);
+    m->setCropEdit(QRectF(900, 700, 50, 50)); // nothing left after clamping
+    m->commitCrop();
+    EXPECT_FALSE(m->cropRect());
+    EXPECT_EQ(cropSpy.count(), 4);
+
+    // Switching to another tool leaves crop mode without committing.
+    m->setTool(AnnotationTool::Crop);
+    m->setCropEdit(QRectF(100, 100, 200, 200));
+    m->setTool(AnnotationTool::Pen);
+    EXPECT_FALSE(m->cropEdit());
+    EXPECT_FALSE(m->cropRect());
+}
+
+TEST_F(EditorModelTest, ZoomStepsAroundTheFitAndTheEnds) {
+    auto m = makeModel();
+    const auto zoomInFrom = [&](double current) {
+        m->setZoomPercent(current);
+        m->zoomIn();
+        return *m->zoomPercent();
+    };
+    const auto zoomOutFrom = [&](double current) {
+        m->setZoomPercent(current);
+        m->zoomOut();
+        return *m->zoomPercent();
+    };
+    m->setFitPercent(33.3);
+    m->zoomIn();
+    EXPECT_EQ(m->zoomPercent(), 50);
+    EXPECT_EQ(zoomInFrom(100), 150);
+    EXPECT_EQ(zoomInFrom(100.4), 150);
+    EXPECT_EQ(zoomInFrom(149.6), 200); // within half a percent counts as on the step
+    EXPECT_EQ(zoomInFrom(800), 800);
+    EXPECT_EQ(zoomOutFrom(10), 10);
+    EXPECT_EQ(zoomOutFrom(100.2), 75);
+    EXPECT_EQ(zoomOutFrom(5000), 800);
+    m->setZoomPercent(std::nullopt);
+    m->setFitPercent(12);
+    m->zoomOut();
+    EXPECT_EQ(m->zoomPercent(), 10);
+}
+
+TEST_F(EditorModelTest, BackdropIsRememberedButStartsOff) {
+    {
+        auto m = makeModel();
+        const BackgroundStyle defaults = m->savedBackgroundStyle();
+        EXPECT_EQ(defaults, (BackgroundStyle{QStringLiteral("indigo"), 48, 18, true}));
+        m->setBackground(BackgroundStyle{QStringLiteral("mint"), 64, 0, false});
+        m->setBackground(std::nullopt); // turning it off forgets nothing
+    }
+    reopenStore();
+    auto next = makeModel();
+    EXPECT_FALSE(next->background());
+    EXPECT_EQ(next->savedBackgroundStyle(),
+              (BackgroundStyle{QStringLiteral("mint"), 64, 0, false}));
+
+    store->setValue(QStringLiteral("markup.background.padding"), 10.0);
+    store->setValue(QStringLiteral("markup.background.cornerRadius"), -5.0);
+    store->setValue(QStringLiteral("markup.background.shadow"), QStringLiteral("maybe"));
+    EXPECT_EQ(next->savedBackgroundStyle(), (BackgroundStyle{QStringLiteral("mint"), 48, 0, true}));
+}
+
+TEST_F(EditorModelTest, PixelationSourceIsMadeOnce) {
+    auto m = makeModel(1100, 300);
+    EXPECT_EQ(m->pixelationBlockSize(), 20);
+    EXPECT_EQ(makeModel(100, 50)->pixelationBlockSize(), 8);
+    const qint64 key = m->pixelatedImage().cacheKey();
+    add(*m, Annotation::Pixelate{{0, 0, 50, 50}});
+    add(*m, Annotation::Pixelate{{100, 0, 50, 50}});
+    m->flatten();
+    m->flatten();
+    EXPECT_EQ(m->pixelatedImage().cacheKey(), key);
+}
