@@ -1,48 +1,314 @@
 #include "app/png/PngEncoder.h"
 
-#include <spng.h>
+#include "app/png/DeflateJoin.h"
+#include "app/png/RowFilter.h"
 
+#include <QtEndian>
+
+#include <libdeflate.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
 #include <memory>
+#include <thread>
+#include <vector>
 
 namespace qm::png {
 
 namespace {
-struct SpngDeleter {
-    void operator()(spng_ctx* ctx) const { spng_ctx_free(ctx); }
+
+constexpr int kDefaultLevel = 4;
+constexpr std::size_t kMaxIdatBytes = std::size_t(1) << 20;
+// Below this much filtered data per stripe, splitting costs more ratio than it saves time.
+constexpr std::size_t kMinStripeBytes = std::size_t(64) << 10;
+
+// How a source scanline maps to the PNG row bytes.
+enum class Layout {
+    Bgrx, // 32-bit xRGB in memory order B, G, R, x: packed to RGB
+    Bgra, // 32-bit ARGB in memory order B, G, R, A: packed to RGBA
+    Rgbx, // R, G, B, x: packed to RGB
+    Rgb,  // already the PNG row
+    Rgba, // already the PNG row
 };
+
+struct Source {
+    QImage image; // shares the caller's pixels unless a conversion was needed
+    Layout layout = Layout::Rgb;
+    int bytesPerPixel = 3;
+    std::size_t rowBytes = 0;
+};
+
+Source prepare(const QImage& image) {
+    Source source;
+    const bool alpha = image.hasAlphaChannel();
+    const QImage::Format format = image.format();
+    constexpr bool little = Q_BYTE_ORDER == Q_LITTLE_ENDIAN;
+    if (alpha) {
+        source.bytesPerPixel = 4;
+        if (little && format == QImage::Format_ARGB32) {
+            source.image = image;
+            source.layout = Layout::Bgra;
+        } else if (format == QImage::Format_RGBA8888) {
+            source.image = image;
+            source.layout = Layout::Rgba;
+        } else {
+            // Also un-premultiplies, so the file holds the true colours.
+            source.image = image.convertToFormat(QImage::Format_RGBA8888);
+            source.layout = Layout::Rgba;
+        }
+    } else {
+        source.bytesPerPixel = 3;
+        if (little && format == QImage::Format_RGB32) {
+            source.image = image;
+            source.layout = Layout::Bgrx;
+        } else if (format == QImage::Format_RGBX8888) {
+            source.image = image;
+            source.layout = Layout::Rgbx;
+        } else if (format == QImage::Format_RGB888) {
+            source.image = image;
+            source.layout = Layout::Rgb;
+        } else if (little) {
+            source.image = image.convertToFormat(QImage::Format_RGB32);
+            source.layout = Layout::Bgrx;
+        } else {
+            source.image = image.convertToFormat(QImage::Format_RGB888);
+            source.layout = Layout::Rgb;
+        }
+    }
+    source.rowBytes = std::size_t(source.image.width()) * std::size_t(source.bytesPerPixel);
+    return source;
+}
+
+// The raw PNG bytes of row y: the scanline itself when it already is one, else packed into
+// `buffer`.
+const std::uint8_t* rawRow(const Source& source, int y, std::uint8_t* buffer) {
+    const std::uint8_t* in = source.image.constScanLine(y);
+    const std::size_t width = std::size_t(source.image.width());
+    switch (source.layout) {
+    case Layout::Rgb:
+    case Layout::Rgba:
+        return in;
+    case Layout::Bgrx:
+        for (std::size_t x = 0; x < width; ++x) {
+            buffer[3 * x] = in[4 * x + 2];
+            buffer[3 * x + 1] = in[4 * x + 1];
+            buffer[3 * x + 2] = in[4 * x];
+        }
+        return buffer;
+    case Layout::Bgra:
+        for (std::size_t x = 0; x < width; ++x) {
+            buffer[4 * x] = in[4 * x + 2];
+            buffer[4 * x + 1] = in[4 * x + 1];
+            buffer[4 * x + 2] = in[4 * x];
+            buffer[4 * x + 3] = in[4 * x + 3];
+        }
+        return buffer;
+    case Layout::Rgbx:
+        for (std::size_t x = 0; x < width; ++x) {
+            buffer[3 * x] = in[4 * x];
+            buffer[3 * x + 1] = in[4 * x + 1];
+            buffer[3 * x + 2] = in[4 * x + 2];
+        }
+        return buffer;
+    }
+    return in;
+}
+
+struct CompressorDeleter {
+    void operator()(libdeflate_compressor* c) const { libdeflate_free_compressor(c); }
+};
+using Compressor = std::unique_ptr<libdeflate_compressor, CompressorDeleter>;
+
+// One horizontal band of rows, filtered and deflated on its own.
+struct Stripe {
+    int firstRow = 0;
+    int endRow = 0;
+    std::unique_ptr<std::uint8_t[]> deflated;
+    std::size_t deflatedSize = 0;
+    std::size_t filteredSize = 0;
+    std::uint32_t adler = 1;
+    FinalBlock final;
+    bool ok = false;
+};
+
+// Per-thread buffers, reused across the stripes a thread takes.
+struct Workspace {
+    explicit Workspace(const Source& source, int level)
+        : compressor(libdeflate_alloc_compressor(level))
+        , rows(2 * source.rowBytes)
+        , scratch(4 * source.rowBytes) {}
+    Compressor compressor;
+    std::vector<std::uint8_t> rows;
+    std::vector<std::uint8_t> scratch;
+    std::unique_ptr<std::uint8_t[]> filtered;
+    std::size_t filteredCapacity = 0;
+};
+
+void encodeStripe(const Source& source, Stripe& stripe, Workspace& work, bool needsJoin) {
+    if (!work.compressor)
+        return;
+    const std::size_t n = source.rowBytes;
+    const std::size_t rows = std::size_t(stripe.endRow - stripe.firstRow);
+    stripe.filteredSize = rows * (n + 1);
+    if (work.filteredCapacity < stripe.filteredSize) {
+        work.filtered = std::make_unique_for_overwrite<std::uint8_t[]>(stripe.filteredSize);
+        work.filteredCapacity = stripe.filteredSize;
+    }
+
+    // Filters see raw pixels, so the first row may look at the previous stripe's last row.
+    std::uint8_t* bufferA = work.rows.data();
+    std::uint8_t* bufferB = work.rows.data() + n;
+    const std::uint8_t* prev = nullptr;
+    if (stripe.firstRow > 0) {
+        prev = rawRow(source, stripe.firstRow - 1, bufferA);
+        std::swap(bufferA, bufferB);
+    } else {
+        std::fill(bufferA, bufferA + n, 0);
+        prev = bufferA;
+        std::swap(bufferA, bufferB);
+    }
+    std::uint8_t* out = work.filtered.get();
+    for (int y = stripe.firstRow; y < stripe.endRow; ++y) {
+        const std::uint8_t* cur = rawRow(source, y, bufferA);
+        filterRow(cur, prev, n, source.bytesPerPixel, work.scratch.data(), out);
+        out += n + 1;
+        prev = cur;
+        std::swap(bufferA, bufferB);
+    }
+    stripe.adler = libdeflate_adler32(1, work.filtered.get(), stripe.filteredSize);
+
+    const std::size_t bound =
+        libdeflate_deflate_compress_bound(work.compressor.get(), stripe.filteredSize);
+    stripe.deflated = std::make_unique_for_overwrite<std::uint8_t[]>(bound);
+    stripe.deflatedSize =
+        libdeflate_deflate_compress(work.compressor.get(), work.filtered.get(),
+                                    stripe.filteredSize, stripe.deflated.get(), bound);
+    if (stripe.deflatedSize == 0)
+        return;
+    if (needsJoin) {
+        const auto final = locateFinalBlock({stripe.deflated.get(), stripe.deflatedSize});
+        if (!final)
+            return;
+        stripe.final = *final;
+    }
+    stripe.ok = true;
+}
+
+std::uint8_t zlibFlags(int level) {
+    // FLEVEL is informative only; FCHECK makes the 16-bit header a multiple of 31.
+    if (level <= 1)
+        return 0x01;
+    if (level <= 5)
+        return 0x5e;
+    if (level == 6)
+        return 0x9c;
+    return 0xda;
+}
+
+void appendBigEndian(QByteArray& out, std::uint32_t value) {
+    const char bytes[4] = {char(value >> 24), char(value >> 16), char(value >> 8), char(value)};
+    out.append(bytes, 4);
+}
+
+void appendChunk(QByteArray& out, const char type[4], const std::uint8_t* data,
+                 std::size_t size) {
+    appendBigEndian(out, std::uint32_t(size));
+    out.append(type, 4);
+    std::uint32_t crc = libdeflate_crc32(0, type, 4);
+    if (size > 0) { // libdeflate treats a null buffer as a request for the initial value
+        out.append(reinterpret_cast<const char*>(data), qsizetype(size));
+        crc = libdeflate_crc32(crc, data, size);
+    }
+    appendBigEndian(out, crc);
+}
+
 } // namespace
 
-std::optional<QByteArray> encode(const QImage& image) {
+std::optional<QByteArray> encode(const QImage& image) { return encode(image, EncodeOptions{}); }
+
+std::optional<QByteArray> encode(const QImage& image, const EncodeOptions& options) {
     if (image.isNull())
         return std::nullopt;
-    const bool alpha = image.hasAlphaChannel();
-    const QImage pixels =
-        image.convertToFormat(alpha ? QImage::Format_RGBA8888 : QImage::Format_RGB888);
-    std::unique_ptr<spng_ctx, SpngDeleter> ctx(spng_ctx_new(SPNG_CTX_ENCODER));
-    if (!ctx)
+    const Source source = prepare(image);
+    if (source.image.isNull())
         return std::nullopt;
-    spng_set_option(ctx.get(), SPNG_ENCODE_TO_BUFFER, 1);
-    spng_ihdr ihdr{};
-    ihdr.width = std::uint32_t(pixels.width());
-    ihdr.height = std::uint32_t(pixels.height());
-    ihdr.bit_depth = 8;
-    ihdr.color_type = alpha ? SPNG_COLOR_TYPE_TRUECOLOR_ALPHA : SPNG_COLOR_TYPE_TRUECOLOR;
-    spng_set_ihdr(ctx.get(), &ihdr);
-    const std::size_t rowBytes = std::size_t(pixels.width()) * (alpha ? 4 : 3);
-    if (spng_encode_image(ctx.get(), nullptr, 0, SPNG_FMT_PNG, SPNG_ENCODE_PROGRESSIVE) != 0)
-        return std::nullopt;
-    for (int y = 0; y < pixels.height(); ++y) {
-        const int rc = spng_encode_row(ctx.get(), pixels.constScanLine(y), rowBytes);
-        if (rc != 0 && rc != SPNG_EOI)
-            return std::nullopt;
+    const int height = source.image.height();
+    const int level = options.level > 0 ? std::clamp(options.level, 1, 12) : kDefaultLevel;
+    int threads = options.threads > 0 ? options.threads
+                                      : std::max(1, int(std::thread::hardware_concurrency()));
+
+    int stripeRows = options.stripeRows;
+    if (stripeRows <= 0) {
+        // A few stripes per thread keep both cores busy when one part of the image compresses
+        // slower than the rest.
+        const std::size_t filteredRowBytes = source.rowBytes + 1;
+        const int minRows = int((kMinStripeBytes + filteredRowBytes - 1) / filteredRowBytes);
+        const int targetStripes = threads == 1 ? 1 : threads * 4;
+        stripeRows = std::max(minRows, (height + targetStripes - 1) / targetStripes);
     }
-    int error = 0;
-    std::size_t size = 0;
-    void* data = spng_get_png_buffer(ctx.get(), &size, &error);
-    if (!data || error)
-        return std::nullopt;
-    QByteArray out(static_cast<const char*>(data), qsizetype(size));
-    free(data);
+    stripeRows = std::min(stripeRows, height);
+    const int stripeCount = (height + stripeRows - 1) / stripeRows;
+    std::vector<Stripe> stripes(static_cast<std::size_t>(stripeCount));
+    for (int i = 0; i < stripeCount; ++i) {
+        stripes[std::size_t(i)].firstRow = i * stripeRows;
+        stripes[std::size_t(i)].endRow = std::min(height, (i + 1) * stripeRows);
+    }
+
+    std::atomic<int> nextStripe{0};
+    auto work = [&] {
+        Workspace workspace(source, level);
+        for (int i = nextStripe++; i < stripeCount; i = nextStripe++)
+            encodeStripe(source, stripes[std::size_t(i)], workspace, i + 1 < stripeCount);
+    };
+    {
+        std::vector<std::jthread> helpers;
+        const int helperCount = std::min(threads, stripeCount) - 1;
+        helpers.reserve(std::size_t(helperCount));
+        for (int i = 0; i < helperCount; ++i)
+            helpers.emplace_back(work);
+        work();
+    }
+
+    // One zlib stream: header, the stripes joined, the Adler-32 of all filtered bytes.
+    std::vector<std::uint8_t> zlib;
+    std::size_t total = 6;
+    for (const Stripe& stripe : stripes)
+        total += stripe.deflatedSize + 5;
+    zlib.reserve(total);
+    zlib.push_back(0x78);
+    zlib.push_back(zlibFlags(level));
+    std::uint32_t adler = 1;
+    for (int i = 0; i < stripeCount; ++i) {
+        const Stripe& stripe = stripes[std::size_t(i)];
+        if (!stripe.ok)
+            return std::nullopt;
+        const std::span<const std::uint8_t> bytes(stripe.deflated.get(), stripe.deflatedSize);
+        if (i + 1 < stripeCount)
+            appendAsNonFinal(zlib, bytes, stripe.final);
+        else
+            zlib.insert(zlib.end(), bytes.begin(), bytes.end());
+        adler = adler32Combine(adler, stripe.adler, stripe.filteredSize);
+    }
+    for (int shift = 24; shift >= 0; shift -= 8)
+        zlib.push_back(std::uint8_t(adler >> shift));
+
+    QByteArray out;
+    out.reserve(qsizetype(zlib.size() + zlib.size() / kMaxIdatBytes * 12 + 64));
+    out.append("\x89PNG\r\n\x1a\n", 8);
+    std::uint8_t header[13];
+    qToBigEndian(std::uint32_t(source.image.width()), header);
+    qToBigEndian(std::uint32_t(height), header + 4);
+    header[8] = 8;                                // bits per channel
+    header[9] = source.bytesPerPixel == 4 ? 6 : 2; // RGBA or RGB
+    header[10] = 0;                               // deflate
+    header[11] = 0;                               // adaptive filtering
+    header[12] = 0;                               // not interlaced
+    appendChunk(out, "IHDR", header, sizeof header);
+    for (std::size_t offset = 0; offset < zlib.size(); offset += kMaxIdatBytes)
+        appendChunk(out, "IDAT", zlib.data() + offset,
+                    std::min(kMaxIdatBytes, zlib.size() - offset));
+    appendChunk(out, "IEND", nullptr, 0);
     return out;
 }
 
