@@ -42,6 +42,8 @@ void encodeWithQuillmark(benchmark::State& state, int width, int height) {
     qm::png::EncodeOptions options;
     if (const char* level = std::getenv("QM_PNG_LEVEL"))
         options.level = std::atoi(level);
+    if (const char* rows = std::getenv("QM_PNG_STRIPE_ROWS"))
+        options.stripeRows = std::atoi(rows);
     if (const char* threads = std::getenv("QM_PNG_THREADS"))
         options.threads = std::atoi(threads);
     qint64 bytes = 0;

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstring>
+#include <vector>
 
 namespace qm::png {
 
@@ -224,20 +225,19 @@ std::optional<FinalBlock> locateFinalBlock(std::span<const std::uint8_t> stream)
     }
 }
 
-void appendAsNonFinal(std::vector<std::uint8_t>& out, std::span<const std::uint8_t> stream,
-                      const FinalBlock& final) {
-    const std::size_t start = out.size();
-    const std::size_t keptBytes = (final.endBit + 7) / 8;
-    out.insert(out.end(), stream.begin(), stream.begin() + std::ptrdiff_t(keptBytes));
-    out[start + final.headerBit / 8] &= std::uint8_t(~(1u << (final.headerBit % 8)));
+std::size_t makeNonFinal(std::span<std::uint8_t> buffer, const FinalBlock& final) {
+    buffer[final.headerBit / 8] &= std::uint8_t(~(1u << (final.headerBit % 8)));
     // An empty stored block: three zero header bits right after the end-of-block code, zero
     // padding to the byte boundary, then LEN = 0 and NLEN = 0xffff.
+    std::size_t size = (final.endBit + 7) / 8;
     const int usedBits = int(final.endBit % 8);
     if (usedBits != 0)
-        out.back() &= std::uint8_t((1u << usedBits) - 1);
+        buffer[size - 1] &= std::uint8_t((1u << usedBits) - 1);
     if (usedBits == 0 || usedBits > 5)
-        out.push_back(0);
-    out.insert(out.end(), {0x00, 0x00, 0xff, 0xff});
+        buffer[size++] = 0;
+    for (const std::uint8_t b : {0x00, 0x00, 0xff, 0xff})
+        buffer[size++] = b;
+    return size;
 }
 
 std::uint32_t adler32Combine(std::uint32_t first, std::uint32_t second, std::size_t secondLength) {

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <vector>
 
 namespace qm::png {
 
@@ -19,10 +18,13 @@ struct FinalBlock {
 // stream is malformed or truncated.
 std::optional<FinalBlock> locateFinalBlock(std::span<const std::uint8_t> stream);
 
-// Appends a complete raw deflate stream to `out` so that another stream can follow it: the
+// Bytes that rewriting a stream as non-final may add.
+constexpr std::size_t kNonFinalSlack = 5;
+
+// Rewrites a complete raw deflate stream in place so that another stream can follow it: the
 // final block loses its BFINAL bit and an empty stored block realigns to a byte boundary.
-void appendAsNonFinal(std::vector<std::uint8_t>& out, std::span<const std::uint8_t> stream,
-                      const FinalBlock& final);
+// `buffer` holds the stream plus kNonFinalSlack spare bytes; returns the new stream size.
+std::size_t makeNonFinal(std::span<std::uint8_t> buffer, const FinalBlock& final);
 
 // Adler-32 of two pieces joined, from each piece's checksum and the second piece's length.
 std::uint32_t adler32Combine(std::uint32_t first, std::uint32_t second, std::size_t secondLength);

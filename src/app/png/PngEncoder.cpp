@@ -19,7 +19,6 @@ namespace qm::png {
 namespace {
 
 constexpr int kDefaultLevel = 4;
-constexpr std::size_t kMaxIdatBytes = std::size_t(1) << 20;
 // Below this much filtered data per stripe, splitting costs more ratio than it saves time.
 constexpr std::size_t kMinStripeBytes = std::size_t(64) << 10;
 
@@ -90,18 +89,23 @@ const std::uint8_t* rawRow(const Source& source, int y, std::uint8_t* buffer) {
     case Layout::Rgba:
         return in;
     case Layout::Bgrx:
+        // Byte-swapping B,G,R,x gives x,R,G,B; after the shift the low three bytes are R,G,B
+        // in memory. Each store's fourth byte is overwritten by the next pixel (the buffer
+        // has one byte to spare for the last).
         for (std::size_t x = 0; x < width; ++x) {
-            buffer[3 * x] = in[4 * x + 2];
-            buffer[3 * x + 1] = in[4 * x + 1];
-            buffer[3 * x + 2] = in[4 * x];
+            std::uint32_t pixel;
+            std::memcpy(&pixel, in + 4 * x, 4);
+            const std::uint32_t rgb = qFromBigEndian(pixel) >> 8;
+            std::memcpy(buffer + 3 * x, &rgb, 4);
         }
         return buffer;
     case Layout::Bgra:
+        // Swapping the R and B bytes of each little-endian ARGB word gives R,G,B,A in memory.
         for (std::size_t x = 0; x < width; ++x) {
-            buffer[4 * x] = in[4 * x + 2];
-            buffer[4 * x + 1] = in[4 * x + 1];
-            buffer[4 * x + 2] = in[4 * x];
-            buffer[4 * x + 3] = in[4 * x + 3];
+            std::uint32_t pixel;
+            std::memcpy(&pixel, in + 4 * x, 4);
+            pixel = (pixel & 0xff00ff00u) | ((pixel >> 16) & 0xffu) | ((pixel & 0xffu) << 16);
+            std::memcpy(buffer + 4 * x, &pixel, 4);
         }
         return buffer;
     case Layout::Rgbx:
@@ -128,7 +132,6 @@ struct Stripe {
     std::size_t deflatedSize = 0;
     std::size_t filteredSize = 0;
     std::uint32_t adler = 1;
-    FinalBlock final;
     bool ok = false;
 };
 
@@ -136,7 +139,7 @@ struct Stripe {
 struct Workspace {
     explicit Workspace(const Source& source, int level)
         : compressor(libdeflate_alloc_compressor(level))
-        , rows(2 * source.rowBytes)
+        , rows(2 * (source.rowBytes + 1))
         , scratch(4 * source.rowBytes) {}
     Compressor compressor;
     std::vector<std::uint8_t> rows;
@@ -158,7 +161,7 @@ void encodeStripe(const Source& source, Stripe& stripe, Workspace& work, bool ne
 
     // Filters see raw pixels, so the first row may look at the previous stripe's last row.
     std::uint8_t* bufferA = work.rows.data();
-    std::uint8_t* bufferB = work.rows.data() + n;
+    std::uint8_t* bufferB = work.rows.data() + n + 1;
     const std::uint8_t* prev = nullptr;
     if (stripe.firstRow > 0) {
         prev = rawRow(source, stripe.firstRow - 1, bufferA);
@@ -180,7 +183,7 @@ void encodeStripe(const Source& source, Stripe& stripe, Workspace& work, bool ne
 
     const std::size_t bound =
         libdeflate_deflate_compress_bound(work.compressor.get(), stripe.filteredSize);
-    stripe.deflated = std::make_unique_for_overwrite<std::uint8_t[]>(bound);
+    stripe.deflated = std::make_unique_for_overwrite<std::uint8_t[]>(bound + kNonFinalSlack);
     stripe.deflatedSize =
         libdeflate_deflate_compress(work.compressor.get(), work.filtered.get(),
                                     stripe.filteredSize, stripe.deflated.get(), bound);
@@ -190,7 +193,8 @@ void encodeStripe(const Source& source, Stripe& stripe, Workspace& work, bool ne
         const auto final = locateFinalBlock({stripe.deflated.get(), stripe.deflatedSize});
         if (!final)
             return;
-        stripe.final = *final;
+        stripe.deflatedSize =
+            makeNonFinal({stripe.deflated.get(), bound + kNonFinalSlack}, *final);
     }
     stripe.ok = true;
 }
@@ -211,14 +215,18 @@ void appendBigEndian(QByteArray& out, std::uint32_t value) {
     out.append(bytes, 4);
 }
 
-void appendChunk(QByteArray& out, const char type[4], const std::uint8_t* data,
-                 std::size_t size) {
-    appendBigEndian(out, std::uint32_t(size));
+// A chunk whose data is the given pieces back to back.
+void appendChunk(QByteArray& out, const char type[4], std::span<const std::uint8_t> a,
+                 std::span<const std::uint8_t> b = {}, std::span<const std::uint8_t> c = {}) {
+    appendBigEndian(out, std::uint32_t(a.size() + b.size() + c.size()));
     out.append(type, 4);
     std::uint32_t crc = libdeflate_crc32(0, type, 4);
-    if (size > 0) { // libdeflate treats a null buffer as a request for the initial value
-        out.append(reinterpret_cast<const char*>(data), qsizetype(size));
-        crc = libdeflate_crc32(crc, data, size);
+    for (const std::span<const std::uint8_t> piece : {a, b, c}) {
+        // libdeflate reads a null buffer as a request for the initial value.
+        if (piece.empty())
+            continue;
+        out.append(reinterpret_cast<const char*>(piece.data()), qsizetype(piece.size()));
+        crc = libdeflate_crc32(crc, piece.data(), piece.size());
     }
     appendBigEndian(out, crc);
 }
@@ -270,45 +278,44 @@ std::optional<QByteArray> encode(const QImage& image, const EncodeOptions& optio
         work();
     }
 
-    // One zlib stream: header, the stripes joined, the Adler-32 of all filtered bytes.
-    std::vector<std::uint8_t> zlib;
-    std::size_t total = 6;
     for (const Stripe& stripe : stripes)
-        total += stripe.deflatedSize + 5;
-    zlib.reserve(total);
-    zlib.push_back(0x78);
-    zlib.push_back(zlibFlags(level));
-    std::uint32_t adler = 1;
-    for (int i = 0; i < stripeCount; ++i) {
-        const Stripe& stripe = stripes[std::size_t(i)];
         if (!stripe.ok)
             return std::nullopt;
-        const std::span<const std::uint8_t> bytes(stripe.deflated.get(), stripe.deflatedSize);
-        if (i + 1 < stripeCount)
-            appendAsNonFinal(zlib, bytes, stripe.final);
-        else
-            zlib.insert(zlib.end(), bytes.begin(), bytes.end());
+    std::uint32_t adler = 1;
+    for (const Stripe& stripe : stripes)
         adler = adler32Combine(adler, stripe.adler, stripe.filteredSize);
-    }
-    for (int shift = 24; shift >= 0; shift -= 8)
-        zlib.push_back(std::uint8_t(adler >> shift));
 
     QByteArray out;
-    out.reserve(qsizetype(zlib.size() + zlib.size() / kMaxIdatBytes * 12 + 64));
+    std::size_t total = 8 + 25 + 12 + 2 + 4;
+    for (const Stripe& stripe : stripes)
+        total += stripe.deflatedSize + 12;
+    out.reserve(qsizetype(total));
     out.append("\x89PNG\r\n\x1a\n", 8);
     std::uint8_t header[13];
     qToBigEndian(std::uint32_t(source.image.width()), header);
     qToBigEndian(std::uint32_t(height), header + 4);
-    header[8] = 8;                                // bits per channel
+    header[8] = 8;                                 // bits per channel
     header[9] = source.bytesPerPixel == 4 ? 6 : 2; // RGBA or RGB
-    header[10] = 0;                               // deflate
-    header[11] = 0;                               // adaptive filtering
-    header[12] = 0;                               // not interlaced
-    appendChunk(out, "IHDR", header, sizeof header);
-    for (std::size_t offset = 0; offset < zlib.size(); offset += kMaxIdatBytes)
-        appendChunk(out, "IDAT", zlib.data() + offset,
-                    std::min(kMaxIdatBytes, zlib.size() - offset));
-    appendChunk(out, "IEND", nullptr, 0);
+    header[10] = 0;                                // deflate
+    header[11] = 0;                                // adaptive filtering
+    header[12] = 0;                                // not interlaced
+    appendChunk(out, "IHDR", {header, sizeof header});
+
+    // One zlib stream over one IDAT chunk per stripe: the zlib header opens the first, the
+    // Adler-32 of all filtered bytes closes the last.
+    const std::uint8_t zlibHeader[2] = {0x78, zlibFlags(level)};
+    std::uint8_t zlibTrailer[4];
+    qToBigEndian(adler, zlibTrailer);
+    for (std::size_t i = 0; i < stripes.size(); ++i) {
+        const Stripe& stripe = stripes[i];
+        const std::span<const std::uint8_t> head =
+            i == 0 ? std::span<const std::uint8_t>(zlibHeader) : std::span<const std::uint8_t>();
+        const std::span<const std::uint8_t> tail = i + 1 == stripes.size()
+                                                       ? std::span<const std::uint8_t>(zlibTrailer)
+                                                       : std::span<const std::uint8_t>();
+        appendChunk(out, "IDAT", head, {stripe.deflated.get(), stripe.deflatedSize}, tail);
+    }
+    appendChunk(out, "IEND", {});
     return out;
 }
 

@@ -10,13 +10,13 @@ namespace {
 enum Filter : std::uint8_t { None = 0, Sub = 1, Up = 2, Average = 3, Paeth = 4 };
 
 // The cost of one filtered byte: its magnitude read as a signed residual.
-inline std::uint32_t magnitude(std::uint8_t v) {
+[[gnu::always_inline]] inline std::uint32_t magnitude(std::uint8_t v) {
     const auto s = std::int8_t(v);
     return std::uint32_t(s < 0 ? -s : s);
 }
 
 template <int Bpp>
-std::uint32_t costNone(const std::uint8_t* cur, std::size_t n) {
+[[gnu::always_inline]] inline std::uint32_t costNone(const std::uint8_t* cur, std::size_t n) {
     std::uint32_t sum = 0;
     for (std::size_t i = 0; i < n; ++i)
         sum += magnitude(cur[i]);
@@ -24,7 +24,7 @@ std::uint32_t costNone(const std::uint8_t* cur, std::size_t n) {
 }
 
 template <int Bpp>
-std::uint32_t filterSub(const std::uint8_t* cur, std::size_t n, std::uint8_t* out) {
+[[gnu::always_inline]] inline std::uint32_t filterSub(const std::uint8_t* cur, std::size_t n, std::uint8_t* out) {
     std::uint32_t sum = 0;
     for (std::size_t i = 0; i < Bpp; ++i) {
         out[i] = cur[i];
@@ -38,7 +38,7 @@ std::uint32_t filterSub(const std::uint8_t* cur, std::size_t n, std::uint8_t* ou
 }
 
 template <int Bpp>
-std::uint32_t filterUp(const std::uint8_t* cur, const std::uint8_t* prev, std::size_t n,
+[[gnu::always_inline]] inline std::uint32_t filterUp(const std::uint8_t* cur, const std::uint8_t* prev, std::size_t n,
                        std::uint8_t* out) {
     std::uint32_t sum = 0;
     for (std::size_t i = 0; i < n; ++i) {
@@ -49,7 +49,7 @@ std::uint32_t filterUp(const std::uint8_t* cur, const std::uint8_t* prev, std::s
 }
 
 template <int Bpp>
-std::uint32_t filterAverage(const std::uint8_t* cur, const std::uint8_t* prev, std::size_t n,
+[[gnu::always_inline]] inline std::uint32_t filterAverage(const std::uint8_t* cur, const std::uint8_t* prev, std::size_t n,
                             std::uint8_t* out) {
     std::uint32_t sum = 0;
     for (std::size_t i = 0; i < Bpp; ++i) {
@@ -64,7 +64,7 @@ std::uint32_t filterAverage(const std::uint8_t* cur, const std::uint8_t* prev, s
 }
 
 template <int Bpp>
-std::uint32_t filterPaeth(const std::uint8_t* cur, const std::uint8_t* prev, std::size_t n,
+[[gnu::always_inline]] inline std::uint32_t filterPaeth(const std::uint8_t* cur, const std::uint8_t* prev, std::size_t n,
                           std::uint8_t* out) {
     std::uint32_t sum = 0;
     // With nothing to the left the predictor is always the byte above.
@@ -95,7 +95,7 @@ unsigned filterMask() {
 }
 
 template <int Bpp>
-void filterRowFor(const std::uint8_t* cur, const std::uint8_t* prev, std::size_t n,
+[[gnu::always_inline]] inline void filterRowFor(const std::uint8_t* cur, const std::uint8_t* prev, std::size_t n,
                   std::uint8_t* scratch, std::uint8_t* out) {
     const unsigned mask = filterMask();
     std::uint32_t best = ~0u;
@@ -124,6 +124,10 @@ void filterRowFor(const std::uint8_t* cur, const std::uint8_t* prev, std::size_t
 
 } // namespace
 
+// The loops above vectorise; on x86-64 an AVX2 build of them is picked at load time.
+#if defined(__x86_64__) && defined(__GNUC__)
+__attribute__((target_clones("avx2", "default")))
+#endif
 void filterRow(const std::uint8_t* cur, const std::uint8_t* prev, std::size_t rowBytes,
                int bytesPerPixel, std::uint8_t* scratch, std::uint8_t* out) {
     if (bytesPerPixel == 4)

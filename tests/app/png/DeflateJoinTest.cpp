@@ -86,7 +86,10 @@ TEST(DeflateJoin, JoinedStreamsInflateToTheJoinedInput) {
         const Bytes stream = deflateRaw(piece.data, piece.level);
         const auto final = qm::png::locateFinalBlock(stream);
         ASSERT_TRUE(final);
-        qm::png::appendAsNonFinal(joined, stream, *final);
+        Bytes rewritten = stream;
+        rewritten.resize(stream.size() + qm::png::kNonFinalSlack);
+        rewritten.resize(qm::png::makeNonFinal(rewritten, *final));
+        joined.insert(joined.end(), rewritten.begin(), rewritten.end());
         expected.insert(expected.end(), piece.data.begin(), piece.data.end());
     }
     const Bytes last = deflateRaw(Bytes{'e', 'n', 'd'}, 4);
