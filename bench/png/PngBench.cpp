@@ -3,9 +3,7 @@
 
 #include <QBuffer>
 #include <QImageWriter>
-
 #include <benchmark/benchmark.h>
-
 #include <cstdlib>
 #include <map>
 
@@ -58,10 +56,18 @@ void encodeWithQuillmark(benchmark::State& state, int width, int height) {
     state.counters["bytes"] = double(bytes);
 }
 
-void BM_png_qt_3840x2160(benchmark::State& state) { encodeWithQt(state, 3840, 2160); }
-void BM_png_quillmark_3840x2160(benchmark::State& state) { encodeWithQuillmark(state, 3840, 2160); }
-void BM_png_qt_1920x1080(benchmark::State& state) { encodeWithQt(state, 1920, 1080); }
-void BM_png_quillmark_1920x1080(benchmark::State& state) { encodeWithQuillmark(state, 1920, 1080); }
+void BM_png_qt_3840x2160(benchmark::State& state) {
+    encodeWithQt(state, 3840, 2160);
+}
+void BM_png_quillmark_3840x2160(benchmark::State& state) {
+    encodeWithQuillmark(state, 3840, 2160);
+}
+void BM_png_qt_1920x1080(benchmark::State& state) {
+    encodeWithQt(state, 1920, 1080);
+}
+void BM_png_quillmark_1920x1080(benchmark::State& state) {
+    encodeWithQuillmark(state, 1920, 1080);
+}
 
 } // namespace
 

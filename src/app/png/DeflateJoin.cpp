@@ -107,9 +107,8 @@ private:
     int m_bits = 0;
 };
 
-constexpr std::array<std::uint8_t, 29> kLengthExtraBits = {0, 0, 0, 0, 0, 0, 0, 0, 1, 1,
-                                                           1, 1, 2, 2, 2, 2, 3, 3, 3, 3,
-                                                           4, 4, 4, 4, 5, 5, 5, 5, 0};
+constexpr std::array<std::uint8_t, 29> kLengthExtraBits = {
+    0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5, 0};
 
 // Skips the symbols of one Huffman-coded block up to and including its end-of-block code.
 bool skipSymbols(BitReader& in, const HuffmanTable& litlen, const HuffmanTable& dist) {

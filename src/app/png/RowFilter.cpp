@@ -1,6 +1,6 @@
 #include "app/png/RowFilter.h"
 
-#include <cstdlib>
+#include <cstdlib> // std::abs
 #include <cstring>
 
 namespace qm::png {
@@ -24,7 +24,8 @@ template <int Bpp>
 }
 
 template <int Bpp>
-[[gnu::always_inline]] inline std::uint32_t filterSub(const std::uint8_t* cur, std::size_t n, std::uint8_t* out) {
+[[gnu::always_inline]] inline std::uint32_t filterSub(const std::uint8_t* cur, std::size_t n,
+                                                      std::uint8_t* out) {
     std::uint32_t sum = 0;
     for (std::size_t i = 0; i < Bpp; ++i) {
         out[i] = cur[i];
@@ -38,8 +39,8 @@ template <int Bpp>
 }
 
 template <int Bpp>
-[[gnu::always_inline]] inline std::uint32_t filterUp(const std::uint8_t* cur, const std::uint8_t* prev, std::size_t n,
-                       std::uint8_t* out) {
+[[gnu::always_inline]] inline std::uint32_t
+filterUp(const std::uint8_t* cur, const std::uint8_t* prev, std::size_t n, std::uint8_t* out) {
     std::uint32_t sum = 0;
     for (std::size_t i = 0; i < n; ++i) {
         out[i] = std::uint8_t(cur[i] - prev[i]);
@@ -49,8 +50,8 @@ template <int Bpp>
 }
 
 template <int Bpp>
-[[gnu::always_inline]] inline std::uint32_t filterAverage(const std::uint8_t* cur, const std::uint8_t* prev, std::size_t n,
-                            std::uint8_t* out) {
+[[gnu::always_inline]] inline std::uint32_t
+filterAverage(const std::uint8_t* cur, const std::uint8_t* prev, std::size_t n, std::uint8_t* out) {
     std::uint32_t sum = 0;
     for (std::size_t i = 0; i < Bpp; ++i) {
         out[i] = std::uint8_t(cur[i] - (prev[i] >> 1));
@@ -64,8 +65,8 @@ template <int Bpp>
 }
 
 template <int Bpp>
-[[gnu::always_inline]] inline std::uint32_t filterPaeth(const std::uint8_t* cur, const std::uint8_t* prev, std::size_t n,
-                          std::uint8_t* out) {
+[[gnu::always_inline]] inline std::uint32_t
+filterPaeth(const std::uint8_t* cur, const std::uint8_t* prev, std::size_t n, std::uint8_t* out) {
     std::uint32_t sum = 0;
     // With nothing to the left the predictor is always the byte above.
     for (std::size_t i = 0; i < Bpp; ++i) {
@@ -86,18 +87,10 @@ template <int Bpp>
     return sum;
 }
 
-unsigned filterMask() {
-    static const unsigned mask = [] {
-        const char* env = std::getenv("QM_PNG_FILTERS");
-        return env ? unsigned(std::strtoul(env, nullptr, 0)) : 0x1fu;
-    }();
-    return mask;
-}
-
 template <int Bpp>
-[[gnu::always_inline]] inline void filterRowFor(const std::uint8_t* cur, const std::uint8_t* prev, std::size_t n,
-                  std::uint8_t* scratch, std::uint8_t* out) {
-    const unsigned mask = filterMask();
+[[gnu::always_inline]] inline void filterRowFor(const std::uint8_t* cur, const std::uint8_t* prev,
+                                                std::size_t n, std::uint8_t* scratch,
+                                                std::uint8_t* out) {
     std::uint32_t best = ~0u;
     int chosen = None;
     const std::uint8_t* chosenBytes = cur;
@@ -108,16 +101,11 @@ template <int Bpp>
             chosenBytes = bytes;
         }
     };
-    if (mask & (1u << None))
-        consider(None, costNone<Bpp>(cur, n), cur);
-    if (mask & (1u << Sub))
-        consider(Sub, filterSub<Bpp>(cur, n, scratch), scratch);
-    if (mask & (1u << Up))
-        consider(Up, filterUp<Bpp>(cur, prev, n, scratch + n), scratch + n);
-    if (mask & (1u << Average))
-        consider(Average, filterAverage<Bpp>(cur, prev, n, scratch + 2 * n), scratch + 2 * n);
-    if (mask & (1u << Paeth))
-        consider(Paeth, filterPaeth<Bpp>(cur, prev, n, scratch + 3 * n), scratch + 3 * n);
+    consider(None, costNone<Bpp>(cur, n), cur);
+    consider(Sub, filterSub<Bpp>(cur, n, scratch), scratch);
+    consider(Up, filterUp<Bpp>(cur, prev, n, scratch + n), scratch + n);
+    consider(Average, filterAverage<Bpp>(cur, prev, n, scratch + 2 * n), scratch + 2 * n);
+    consider(Paeth, filterPaeth<Bpp>(cur, prev, n, scratch + 3 * n), scratch + 3 * n);
     out[0] = std::uint8_t(chosen);
     std::memcpy(out + 1, chosenBytes, n);
 }

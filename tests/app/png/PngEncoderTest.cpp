@@ -1,13 +1,11 @@
-#include "TestSupport.h"
 #include "app/png/PngEncoder.h"
 
+#include "TestSupport.h"
+
 #include <QRandomGenerator>
-
-#include <spng.h>
-
 #include <gtest/gtest.h>
-
 #include <memory>
+#include <spng.h>
 
 namespace {
 
@@ -55,8 +53,8 @@ std::optional<SpngDecoded> decodeWithSpng(const QByteArray& png) {
     QImage image(int(ihdr.width), int(ihdr.height), QImage::Format_RGBA8888);
     if (image.isNull() || image.bytesPerLine() != qsizetype(ihdr.width) * 4)
         return std::nullopt;
-    if (spng_decode_image(ctx.get(), image.bits(), std::size_t(image.sizeInBytes()),
-                          SPNG_FMT_RGBA8, 0) != 0)
+    if (spng_decode_image(ctx.get(), image.bits(), std::size_t(image.sizeInBytes()), SPNG_FMT_RGBA8,
+                          0) != 0)
         return std::nullopt;
     return SpngDecoded{image, ihdr.color_type};
 }
@@ -90,8 +88,8 @@ QImage noise(int width, int height, QImage::Format format, quint32 seed) {
     for (int y = 0; y < height; ++y) {
         auto* row = reinterpret_cast<quint32*>(image.scanLine(y));
         for (int x = 0; x < width; ++x)
-            row[x] = format == QImage::Format_RGB32 ? (rng.generate() | 0xff000000u)
-                                                    : rng.generate();
+            row[x] =
+                format == QImage::Format_RGB32 ? (rng.generate() | 0xff000000u) : rng.generate();
     }
     return image;
 }
@@ -100,8 +98,8 @@ TEST(PngEncoder, ScreenshotsSurviveEveryWayOfSplittingTheWork) {
     const QImage opaque = qm::test::makeScreenshotLikeImage(1920, 1080);
     const QImage translucent = qm::test::makeScreenshotLikeImage(1280, 720, true);
     for (const EncodeOptions& options : kSplits) {
-        SCOPED_TRACE(testing::Message() << "threads " << options.threads << " stripe rows "
-                                        << options.stripeRows);
+        SCOPED_TRACE(testing::Message()
+                     << "threads " << options.threads << " stripe rows " << options.stripeRows);
         expectLossless(opaque, options);
         expectLossless(translucent, options);
     }
@@ -112,8 +110,8 @@ TEST(PngEncoder, ScreenshotsSurviveEveryWayOfSplittingTheWork) {
 }
 
 TEST(PngEncoder, OddSizesIncludingSinglePixels) {
-    for (const QSize size : {QSize(1, 1), QSize(1, 300), QSize(3, 7), QSize(17, 33),
-                             QSize(1001, 61), QSize(300, 1)}) {
+    for (const QSize size :
+         {QSize(1, 1), QSize(1, 300), QSize(3, 7), QSize(17, 33), QSize(1001, 61), QSize(300, 1)}) {
         SCOPED_TRACE(testing::Message() << size.width() << "x" << size.height());
         QImage opaque = noise(size.width(), size.height(), QImage::Format_RGB32, 11);
         // Half the picture smooth so filters other than None win some rows.
@@ -140,10 +138,8 @@ TEST(PngEncoder, AlphaKeepsTrueColoursOfTransparentAndTranslucentPixels) {
     // Premultiplied pixels are stored as the colours they stand for.
     const QImage premultiplied = image.convertToFormat(QImage::Format_ARGB32_Premultiplied);
     expectLossless(premultiplied, premultiplied.convertToFormat(QImage::Format_ARGB32), {});
-    const QImage rgbaPremultiplied =
-        image.convertToFormat(QImage::Format_RGBA8888_Premultiplied);
-    expectLossless(rgbaPremultiplied, rgbaPremultiplied.convertToFormat(QImage::Format_ARGB32),
-                   {});
+    const QImage rgbaPremultiplied = image.convertToFormat(QImage::Format_RGBA8888_Premultiplied);
+    expectLossless(rgbaPremultiplied, rgbaPremultiplied.convertToFormat(QImage::Format_ARGB32), {});
 }
 
 TEST(PngEncoder, EveryPixelFormatComesOutAsItsColours) {
