@@ -15,8 +15,8 @@ public:
     explicit BitReader(std::span<const std::uint8_t> data)
         : m_data(data) {}
 
-    // The next `count` bits (count <= 32) without consuming them.
-    std::uint32_t peek(int count) const {
+    // At least the next 56 bits, lowest first.
+    std::uint64_t peekWord() const {
         const std::size_t byte = m_pos >> 3;
         std::uint64_t word = 0;
         if (byte + 8 <= m_data.size()) {
@@ -25,8 +25,11 @@ public:
             for (std::size_t i = byte; i < m_data.size(); ++i)
                 word |= std::uint64_t(m_data[i]) << (8 * (i - byte));
         }
-        word >>= (m_pos & 7);
-        return std::uint32_t(word & ((std::uint64_t(1) << count) - 1));
+        return word >> (m_pos & 7);
+    }
+    // The next `count` bits (count <= 32) without consuming them.
+    std::uint32_t peek(int count) const {
+        return std::uint32_t(peekWord() & ((std::uint64_t(1) << count) - 1));
     }
     void skip(int count) { m_pos += std::size_t(count); }
     std::uint32_t read(int count) {
@@ -45,11 +48,13 @@ private:
 
 constexpr int kMaxCodeLength = 15;
 
-// A canonical Huffman code as a flat table indexed by the next `bits` input bits. Each entry
-// is (symbol << 4) | code length; 0 marks bit patterns no symbol uses (incomplete codes).
+// A canonical Huffman code as a flat table indexed by the next `bits()` input bits. What an
+// entry holds is up to the caller's `entryFor(symbol, codeLength)`; 0 marks bit patterns no
+// symbol uses (incomplete codes) or symbols the caller rejects.
 class HuffmanTable {
 public:
-    bool build(const std::uint8_t* lengths, int symbols) {
+    template <typename EntryFor>
+    bool build(const std::uint8_t* lengths, int symbols, EntryFor entryFor) {
         std::array<int, kMaxCodeLength + 1> counts{};
         int longest = 0;
         for (int s = 0; s < symbols; ++s) {
@@ -77,23 +82,24 @@ public:
             if (len == 0)
                 continue;
             const std::uint32_t reversed = reverse(next[len]++, len);
-            const auto entry = std::uint16_t((s << 4) | len);
+            const std::uint16_t entry = entryFor(s, len);
             for (std::size_t i = reversed; i < m_entries.size(); i += std::size_t(1) << len)
                 m_entries[i] = entry;
         }
         return true;
     }
 
-    // The next symbol, or -1 when the input matches no code.
+    // The next symbol of a table built with symbolEntry, or -1 when the input matches no code.
     int decode(BitReader& in) const {
-        if (m_bits == 0)
-            return -1;
         const std::uint16_t entry = m_entries[in.peek(m_bits)];
         if (entry == 0)
             return -1;
         in.skip(entry & 15);
         return entry >> 4;
     }
+
+    const std::uint16_t* entries() const { return m_entries.data(); }
+    int bits() const { return m_bits; }
 
 private:
     static std::uint32_t reverse(std::uint32_t code, int len) {
@@ -107,27 +113,73 @@ private:
     int m_bits = 0;
 };
 
-constexpr std::array<std::uint8_t, 29> kLengthExtraBits = {
-    0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5, 0};
+std::uint16_t symbolEntry(int symbol, int length) {
+    return std::uint16_t((symbol << 4) | length);
+}
+
+// Entries of the tables the walker skips with: the kind of symbol in the top bits and every
+// bit it occupies (code plus extra bits) in the low six.
+enum SkipKind : std::uint16_t {
+    Invalid = 0,
+    Literal = 1,
+    Distance = 1,
+    Length = 2,
+    EndOfBlock = 3
+};
+constexpr int kKindShift = 6;
+constexpr std::uint16_t kBitsMask = (1 << kKindShift) - 1;
+
+std::uint16_t litlenEntry(int symbol, int length) {
+    static constexpr std::array<std::uint8_t, 29> lengthExtraBits = {
+        0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5, 0};
+    if (symbol < 256)
+        return std::uint16_t(Literal << kKindShift | length);
+    if (symbol == 256)
+        return std::uint16_t(EndOfBlock << kKindShift | length);
+    if (symbol > 285)
+        return Invalid;
+    return std::uint16_t(Length << kKindShift |
+                         (length + lengthExtraBits[std::size_t(symbol - 257)]));
+}
+
+std::uint16_t distEntry(int symbol, int length) {
+    if (symbol > 29)
+        return Invalid;
+    const int extra = symbol < 4 ? 0 : symbol / 2 - 1;
+    return std::uint16_t(Distance << kKindShift | (length + extra));
+}
 
 // Skips the symbols of one Huffman-coded block up to and including its end-of-block code.
+// Each step peeks one word, enough for a length code, a distance code and their extra bits.
 bool skipSymbols(BitReader& in, const HuffmanTable& litlen, const HuffmanTable& dist) {
+    const std::uint16_t* litlenEntries = litlen.entries();
+    const std::uint64_t litlenMask = (std::uint64_t(1) << litlen.bits()) - 1;
+    const std::uint16_t* distEntries = dist.entries();
+    const std::uint64_t distMask = (std::uint64_t(1) << dist.bits()) - 1;
     for (;;) {
-        const int symbol = litlen.decode(in);
-        if (symbol < 0 || in.overrun())
+        std::uint64_t word = in.peekWord();
+        const std::uint16_t entry = litlenEntries[word & litlenMask];
+        const int bits = entry & kBitsMask;
+        switch (entry >> kKindShift) {
+        case Literal:
+            in.skip(bits);
+            break;
+        case Length: {
+            word >>= bits;
+            const std::uint16_t distance = distEntries[word & distMask];
+            if (distance == Invalid)
+                return false;
+            in.skip(bits + (distance & kBitsMask));
+            break;
+        }
+        case EndOfBlock:
+            in.skip(bits);
+            return !in.overrun();
+        default:
             return false;
-        if (symbol < 256)
-            continue;
-        if (symbol == 256)
-            return true;
-        if (symbol > 285)
+        }
+        if (in.overrun())
             return false;
-        in.skip(kLengthExtraBits[std::size_t(symbol - 257)]);
-        const int distance = dist.decode(in);
-        if (distance < 0 || distance > 29)
-            return false;
-        if (distance >= 4)
-            in.skip(distance / 2 - 1);
     }
 }
 
@@ -143,7 +195,7 @@ bool readDynamicTables(BitReader& in, HuffmanTable& litlen, HuffmanTable& dist) 
     for (int i = 0; i < codeLengthCount; ++i)
         codeLengthLengths[order[std::size_t(i)]] = std::uint8_t(in.read(3));
     HuffmanTable codeLengths;
-    if (!codeLengths.build(codeLengthLengths.data(), 19))
+    if (!codeLengths.build(codeLengthLengths.data(), 19, symbolEntry))
         return false;
 
     std::array<std::uint8_t, 286 + 30> lengths{};
@@ -175,8 +227,8 @@ bool readDynamicTables(BitReader& in, HuffmanTable& litlen, HuffmanTable& dist) 
     }
     if (lengths[256] == 0) // a block without an end-of-block code never ends
         return false;
-    return litlen.build(lengths.data(), litlenCount) &&
-           dist.build(lengths.data() + litlenCount, distCount);
+    return litlen.build(lengths.data(), litlenCount, litlenEntry) &&
+           dist.build(lengths.data() + litlenCount, distCount, distEntry);
 }
 
 bool buildFixedTables(HuffmanTable& litlen, HuffmanTable& dist) {
@@ -187,7 +239,8 @@ bool buildFixedTables(HuffmanTable& litlen, HuffmanTable& dist) {
     std::fill(lengths.begin() + 280, lengths.end(), 8);
     std::array<std::uint8_t, 30> distLengths{};
     distLengths.fill(5);
-    return litlen.build(lengths.data(), 288) && dist.build(distLengths.data(), 30);
+    return litlen.build(lengths.data(), 288, litlenEntry) &&
+           dist.build(distLengths.data(), 30, distEntry);
 }
 
 } // namespace

@@ -141,11 +141,9 @@ struct Stripe {
 struct Workspace {
     explicit Workspace(const Source& source, int level)
         : compressor(libdeflate_alloc_compressor(level))
-        , rows(2 * (source.rowBytes + 1))
-        , scratch(4 * source.rowBytes) {}
+        , rows(2 * (source.rowBytes + 1)) {}
     Compressor compressor;
     std::vector<std::uint8_t> rows;
-    std::vector<std::uint8_t> scratch;
     std::unique_ptr<std::uint8_t[]> filtered;
     std::size_t filteredCapacity = 0;
 };
@@ -176,7 +174,7 @@ void encodeStripe(const Source& source, Stripe& stripe, Workspace& work, bool ne
     std::uint8_t* out = work.filtered.get();
     for (int y = stripe.firstRow; y < stripe.endRow; ++y) {
         const std::uint8_t* cur = rawRow(source, y, bufferA);
-        filterRow(cur, prev, n, source.bytesPerPixel, work.scratch.data(), out);
+        filterRow(cur, prev, n, source.bytesPerPixel, out);
         out += n + 1;
         prev = cur;
         std::swap(bufferA, bufferB);
