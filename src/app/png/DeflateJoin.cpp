@@ -48,9 +48,10 @@ private:
 
 constexpr int kMaxCodeLength = 15;
 
-// A canonical Huffman code as a flat table indexed by the next `bits()` input bits. What an
-// entry holds is up to the caller's `entryFor(symbol, codeLength)`; 0 marks bit patterns no
-// symbol uses (incomplete codes) or symbols the caller rejects.
+// A canonical Huffman code as lookup tables indexed by the next input bits. What an entry
+// holds is up to the caller's `entryFor(symbol, codeLength)`; 0 marks bit patterns no symbol
+// uses (incomplete codes) or symbols the caller rejects. Short codes resolve in a small
+// primary table that stays in the L1 cache; the rare longer ones go on to a full table.
 class HuffmanTable {
 public:
     template <typename EntryFor>
@@ -69,8 +70,11 @@ public:
             if (left < 0)
                 return false;
         }
-        m_bits = longest;
-        m_entries.assign(std::size_t(1) << longest, 0);
+        m_primaryBits = std::min(longest, kPrimaryBits);
+        m_fullBits = longest;
+        m_primary.assign(std::size_t(1) << m_primaryBits, 0);
+        if (longest > kPrimaryBits)
+            m_full.assign(std::size_t(1) << longest, 0);
         std::array<std::uint32_t, kMaxCodeLength + 2> next{};
         std::uint32_t code = 0;
         for (int len = 1; len <= kMaxCodeLength; ++len) {
@@ -83,25 +87,39 @@ public:
                 continue;
             const std::uint32_t reversed = reverse(next[len]++, len);
             const std::uint16_t entry = entryFor(s, len);
-            for (std::size_t i = reversed; i < m_entries.size(); i += std::size_t(1) << len)
-                m_entries[i] = entry;
+            if (len <= kPrimaryBits) {
+                for (std::size_t i = reversed; i < m_primary.size(); i += std::size_t(1) << len)
+                    m_primary[i] = entry;
+            } else {
+                m_primary[reversed & ((1u << kPrimaryBits) - 1)] = kLongCode;
+                for (std::size_t i = reversed; i < m_full.size(); i += std::size_t(1) << len)
+                    m_full[i] = entry;
+            }
         }
         return true;
     }
 
+    // The entry for the code at the start of `bits`.
+    std::uint16_t lookup(std::uint64_t bits) const {
+        const std::uint16_t entry = m_primary[bits & ((std::uint64_t(1) << m_primaryBits) - 1)];
+        if (entry != kLongCode)
+            return entry;
+        return m_full[bits & ((std::uint64_t(1) << m_fullBits) - 1)];
+    }
+
     // The next symbol of a table built with symbolEntry, or -1 when the input matches no code.
     int decode(BitReader& in) const {
-        const std::uint16_t entry = m_entries[in.peek(m_bits)];
+        const std::uint16_t entry = lookup(in.peekWord());
         if (entry == 0)
             return -1;
         in.skip(entry & 15);
         return entry >> 4;
     }
 
-    const std::uint16_t* entries() const { return m_entries.data(); }
-    int bits() const { return m_bits; }
-
 private:
+    static constexpr int kPrimaryBits = 10;
+    static constexpr std::uint16_t kLongCode = 0xffff;
+
     static std::uint32_t reverse(std::uint32_t code, int len) {
         std::uint32_t out = 0;
         for (int i = 0; i < len; ++i, code >>= 1)
@@ -109,8 +127,10 @@ private:
         return out;
     }
 
-    std::vector<std::uint16_t> m_entries;
-    int m_bits = 0;
+    std::vector<std::uint16_t> m_primary;
+    std::vector<std::uint16_t> m_full;
+    int m_primaryBits = 0;
+    int m_fullBits = 0;
 };
 
 std::uint16_t symbolEntry(int symbol, int length) {
@@ -152,13 +172,9 @@ std::uint16_t distEntry(int symbol, int length) {
 // Skips the symbols of one Huffman-coded block up to and including its end-of-block code.
 // Each step peeks one word, enough for a length code, a distance code and their extra bits.
 bool skipSymbols(BitReader& in, const HuffmanTable& litlen, const HuffmanTable& dist) {
-    const std::uint16_t* litlenEntries = litlen.entries();
-    const std::uint64_t litlenMask = (std::uint64_t(1) << litlen.bits()) - 1;
-    const std::uint16_t* distEntries = dist.entries();
-    const std::uint64_t distMask = (std::uint64_t(1) << dist.bits()) - 1;
     for (;;) {
         std::uint64_t word = in.peekWord();
-        const std::uint16_t entry = litlenEntries[word & litlenMask];
+        const std::uint16_t entry = litlen.lookup(word);
         const int bits = entry & kBitsMask;
         switch (entry >> kKindShift) {
         case Literal:
@@ -166,7 +182,7 @@ bool skipSymbols(BitReader& in, const HuffmanTable& litlen, const HuffmanTable& 
             break;
         case Length: {
             word >>= bits;
-            const std::uint16_t distance = distEntries[word & distMask];
+            const std::uint16_t distance = dist.lookup(word);
             if (distance == Invalid)
                 return false;
             in.skip(bits + (distance & kBitsMask));
