@@ -9,6 +9,7 @@
 #include <cstring>
 #include <libdeflate.h>
 #include <memory>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -162,15 +163,10 @@ void encodeStripe(const Source& source, Stripe& stripe, Workspace& work, bool ne
     // Filters see raw pixels, so the first row may look at the previous stripe's last row.
     std::uint8_t* bufferA = work.rows.data();
     std::uint8_t* bufferB = work.rows.data() + n + 1;
-    const std::uint8_t* prev = nullptr;
-    if (stripe.firstRow > 0) {
-        prev = rawRow(source, stripe.firstRow - 1, bufferA);
-        std::swap(bufferA, bufferB);
-    } else {
-        std::fill(bufferA, bufferA + n, 0);
-        prev = bufferA;
-        std::swap(bufferA, bufferB);
-    }
+    std::fill(bufferA, bufferA + n, 0); // the row above the image counts as zeros
+    const std::uint8_t* prev =
+        stripe.firstRow > 0 ? rawRow(source, stripe.firstRow - 1, bufferA) : bufferA;
+    std::swap(bufferA, bufferB);
     std::uint8_t* out = work.filtered.get();
     for (int y = stripe.firstRow; y < stripe.endRow; ++y) {
         const std::uint8_t* cur = rawRow(source, y, bufferA);
@@ -276,8 +272,14 @@ std::optional<QByteArray> encode(const QImage& image, const EncodeOptions& optio
         std::vector<std::jthread> helpers;
         const int helperCount = std::min(threads, stripeCount) - 1;
         helpers.reserve(std::size_t(helperCount));
-        for (int i = 0; i < helperCount; ++i)
-            helpers.emplace_back(work);
+        for (int i = 0; i < helperCount; ++i) {
+            // Without more threads the calling one simply takes the remaining stripes.
+            try {
+                helpers.emplace_back(work);
+            } catch (const std::system_error&) {
+                break;
+            }
+        }
         work();
     }
 
