@@ -170,30 +170,40 @@ std::uint16_t distEntry(int symbol, int length) {
 }
 
 // Skips the symbols of one Huffman-coded block up to and including its end-of-block code.
-// Each step peeks one word, enough for a length code, a distance code and their extra bits.
+// Several symbols come out of each word read: shifting is quicker than reloading.
 bool skipSymbols(BitReader& in, const HuffmanTable& litlen, const HuffmanTable& dist) {
+    constexpr int kLongestCode = kMaxCodeLength;
+    constexpr int kLongestDistance = kMaxCodeLength + 13;
     for (;;) {
         std::uint64_t word = in.peekWord();
-        const std::uint16_t entry = litlen.lookup(word);
-        const int bits = entry & kBitsMask;
-        switch (entry >> kKindShift) {
-        case Literal:
-            in.skip(bits);
-            break;
-        case Length: {
-            word >>= bits;
-            const std::uint16_t distance = dist.lookup(word);
-            if (distance == Invalid)
+        int available = 56;
+        int consumed = 0;
+        while (available >= kLongestCode) {
+            const std::uint16_t entry = litlen.lookup(word);
+            const int bits = entry & kBitsMask;
+            const int kind = entry >> kKindShift;
+            if (kind == Literal) {
+                word >>= bits;
+                available -= bits;
+                consumed += bits;
+            } else if (kind == Length) {
+                if (available < bits + kLongestDistance)
+                    break; // read the match again from a fresh word
+                const std::uint16_t distance = dist.lookup(word >> bits);
+                if (distance == Invalid)
+                    return false;
+                const int total = bits + (distance & kBitsMask);
+                word >>= total;
+                available -= total;
+                consumed += total;
+            } else if (kind == EndOfBlock) {
+                in.skip(consumed + bits);
+                return !in.overrun();
+            } else {
                 return false;
-            in.skip(bits + (distance & kBitsMask));
-            break;
+            }
         }
-        case EndOfBlock:
-            in.skip(bits);
-            return !in.overrun();
-        default:
-            return false;
-        }
+        in.skip(consumed);
         if (in.overrun())
             return false;
     }
