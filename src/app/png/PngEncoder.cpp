@@ -13,6 +13,11 @@
 #include <thread>
 #include <vector>
 
+// The image is cut into horizontal stripes that the cores filter and deflate independently
+// (filters still see the row above a stripe, so nothing is lost there). Each stripe's raw
+// deflate stream but the last is rewritten to end without its final-block flag, which chains
+// them into the single zlib stream PNG requires; every stripe becomes one IDAT chunk.
+
 namespace qm::png {
 
 namespace {

@@ -156,7 +156,14 @@ TEST(PngEncoder, EveryPixelFormatComesOutAsItsColours) {
 
 TEST(PngEncoder, IncompressibleAndFlatImages) {
     // Noise makes the compressor fall back to stored blocks; flat colour gives long matches.
-    expectLossless(noise(1500, 400, QImage::Format_RGB32, 5), {.threads = 2, .stripeRows = 37});
+    const QImage opaqueNoise = noise(1500, 400, QImage::Format_RGB32, 5);
+    expectLossless(opaqueNoise, {.threads = 2, .stripeRows = 37});
+    const auto noisy = qm::png::encode(opaqueNoise, {.stripeRows = 37});
+    ASSERT_TRUE(noisy);
+    // Signature, IHDR, the first IDAT's length and type, then the zlib header: the first
+    // deflate block header follows.
+    const int firstBlock = 8 + 25 + 8 + 2;
+    EXPECT_EQ(quint8(noisy->at(firstBlock)) >> 1 & 3, 0) << "not a stored block";
     expectLossless(noise(700, 300, QImage::Format_ARGB32, 6), {.threads = 2, .stripeRows = 37});
     QImage flat(3000, 2000, QImage::Format_RGB32);
     flat.fill(QColor(18, 52, 86));
