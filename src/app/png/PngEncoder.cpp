@@ -25,6 +25,7 @@ namespace {
 // libdeflate's fastest level: on screenshots it stays within a few percent of zlib's default
 // size while taking a fraction of the time.
 constexpr int kDefaultLevel = 1;
+constexpr int kMaxDefaultThreads = 8;
 // Below this much filtered data per stripe, splitting costs more ratio than it saves time.
 constexpr std::size_t kMinStripeBytes = std::size_t(64) << 10;
 // Bounds the memory per thread and keeps every stripe's IDAT chunk far below 2 GiB.
@@ -245,8 +246,10 @@ std::optional<QByteArray> encode(const QImage& image, const EncodeOptions& optio
         return std::nullopt;
     const int height = source.image.height();
     const int level = options.level > 0 ? std::clamp(options.level, 1, 12) : kDefaultLevel;
-    int threads = options.threads > 0 ? options.threads
-                                      : std::max(1, int(std::thread::hardware_concurrency()));
+    // Past a handful of cores a screenshot gains little and every thread costs its buffers.
+    const int threads = options.threads > 0 ? options.threads
+                                            : std::clamp(int(std::thread::hardware_concurrency()),
+                                                         1, kMaxDefaultThreads);
 
     int stripeRows = options.stripeRows;
     if (stripeRows <= 0) {

@@ -9,7 +9,7 @@ namespace qm::png {
 // How the work is split; the defaults suit saving screenshots. Tests and benchmarks use the
 // fields to force many stripes or one thread.
 struct EncodeOptions {
-    int threads = 0;    // 0: one per hardware thread
+    int threads = 0;    // 0: one per hardware thread, up to 8
     int stripeRows = 0; // rows compressed independently per stripe; 0: chosen from the size
     int level = 0;      // libdeflate level 1..12; 0: the default
 };
