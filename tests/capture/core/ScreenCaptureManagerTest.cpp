@@ -57,6 +57,7 @@ class ScreenCaptureManagerTest : public ::testing::Test {
 protected:
     void SetUp() override {
         ASSERT_TRUE(pattern.ok());
+        ASSERT_TRUE(test::windowManagerRunning()) << "the desktop has no window manager";
         backend = platform::createScreenCaptureBackend();
         ASSERT_EQ(backend->name(), QStringLiteral("x11"));
         cache = std::make_unique<ShareableContentCache>(*backend);

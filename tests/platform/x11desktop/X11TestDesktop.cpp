@@ -122,6 +122,12 @@ void ForeignWindow::activate() const {
         {QStringLiteral("windowactivate"), QStringLiteral("--sync"), QString::number(m_window)});
 }
 
+bool windowManagerRunning() {
+    const auto check = run(QStringLiteral("xprop"),
+                           {QStringLiteral("-root"), QStringLiteral("_NET_SUPPORTING_WM_CHECK")});
+    return check.out.contains("window id");
+}
+
 bool compositorSelectionOwned() {
     xcb_connection_t* c = xcb_connect(nullptr, nullptr);
     if (xcb_connection_has_error(c)) {

@@ -64,6 +64,9 @@ private:
     bool m_running = false;
 };
 
+// Whether an EWMH window manager runs; window frames and stacking need one.
+bool windowManagerRunning();
+
 // Whether the X selection _NET_WM_CM_S0 has an owner.
 bool compositorSelectionOwned();
 
