@@ -139,6 +139,12 @@ std::optional<QString> applicationName(const xcb_get_property_reply_t* reply) {
     return std::nullopt;
 }
 
+// One row of pixels, made opaque on the way; the distinct buffers let it vectorise.
+void copyRow(const uint32_t* __restrict src, uint32_t* __restrict dst, int count, uint32_t alpha) {
+    for (int x = 0; x < count; ++x)
+        dst[x] = src[x] | alpha;
+}
+
 enum Atom {
     ClientListStacking,
     ClientList,
@@ -184,8 +190,13 @@ struct X11CaptureBackend::Private {
     }
 
     const uint8_t* shmBuffer(std::size_t size) {
-        if (!segment || segment->size() < size)
+        if (!segment || segment->size() < size) {
+            segment.reset();
             segment = ShmSegment::create(c, size);
+            // A server that cannot share memory with us (another host, a container) will not
+            // learn to; the plain request serves from now on.
+            hasShm = segment != nullptr;
+        }
         return segment ? segment->data() : nullptr;
     }
 
@@ -224,12 +235,9 @@ struct X11CaptureBackend::Private {
         if (image.isNull())
             return failed("There is not enough memory for the screenshot.");
         const uint32_t alpha = depth == 32 ? 0u : 0xff000000u;
-        for (int y = 0; y < h; ++y) {
-            const auto* src = reinterpret_cast<const uint32_t*>(pixels + std::size_t(y) * w * 4);
-            auto* dst = reinterpret_cast<uint32_t*>(image.scanLine(y));
-            for (int x = 0; x < w; ++x)
-                dst[x] = src[x] | alpha;
-        }
+        for (int y = 0; y < h; ++y)
+            copyRow(reinterpret_cast<const uint32_t*>(pixels + std::size_t(y) * w * 4),
+                    reinterpret_cast<uint32_t*>(image.scanLine(y)), w, alpha);
         return image;
     }
 
@@ -334,7 +342,7 @@ std::unique_ptr<X11CaptureBackend> X11CaptureBackend::connect(const QByteArray& 
                 standardVisual = visual.data->red_mask == 0xff0000 &&
                                  visual.data->green_mask == 0xff00 &&
                                  visual.data->blue_mask == 0xff;
-    if (!standardVisual)
+    if (!standardVisual || setup->image_byte_order != XCB_IMAGE_ORDER_LSB_FIRST)
         return nullptr;
     return std::unique_ptr<X11CaptureBackend>(new X11CaptureBackend(std::move(d)));
 }
