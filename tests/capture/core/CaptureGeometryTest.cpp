@@ -65,14 +65,6 @@ TEST(CaptureGeometry, OffersOrdinaryVisibleForeignWindowsLargerThan40Points) {
     EXPECT_EQ(ids(hidpi), (std::vector<std::uint32_t>{2}));
 }
 
-TEST(CaptureGeometry, WindowFramesMapFromDesktopPixelsToTheScreensPoints) {
-    // A second monitor at desktop pixel 1920 whose logical origin Qt also put at 1920.
-    const PixelMapping mapping{QPointF(1920, 0), QPoint(1920, 0), 2.0};
-    EXPECT_EQ(mapping.toLogical(QRect(2020, 50, 300, 201)), QRectF(1970, 25, 150, 100.5));
-    const PixelMapping fractional{QPointF(0, 0), QPoint(0, 0), 1.5};
-    EXPECT_EQ(fractional.toLogical(QRect(3, 3, 300, 150)), QRectF(2, 2, 200, 100));
-}
-
 TEST(CaptureGeometry, DisplayIsMatchedByNameElseTheFirst) {
     const platform::ShareableContent content{{{QStringLiteral("qm0"), QRect(0, 0, 1920, 1080)},
                                               {QStringLiteral("qm1"), QRect(1920, 0, 1280, 1024)}},
