@@ -117,6 +117,23 @@ TEST_F(X11CaptureBackendTest, WindowUnderCompositorIsCapturedWholeEvenWhereCover
     }));
     EXPECT_EQ(image.size(), w->bounds->size());
     EXPECT_EQ(QColor(image.pixel(covered)), QColor(Qt::red));
+
+    // A window that pads itself with an invisible shadow is listed and captured without it.
+    test::run(QStringLiteral("xprop"),
+              {QStringLiteral("-id"), QString::number(below.window()), QStringLiteral("-f"),
+               QStringLiteral("_GTK_FRAME_EXTENTS"), QStringLiteral("32c"), QStringLiteral("-set"),
+               QStringLiteral("_GTK_FRAME_EXTENTS"), QStringLiteral("10,12,14,16")});
+    const QRect inner = w->bounds->adjusted(10, 14, -12, -16);
+    ASSERT_TRUE(test::waitUntil([&] {
+        const auto again = find(backend->windowList(), below.window());
+        return again && again->bounds == inner;
+    }));
+    auto result = backend->grabWindowNow(w->id);
+    ASSERT_TRUE(std::holds_alternative<WindowImage>(result));
+    const auto& padded = std::get<WindowImage>(result);
+    EXPECT_EQ(padded.pixelBounds, inner);
+    EXPECT_EQ(padded.image.size(), inner.size());
+    EXPECT_EQ(QColor(padded.image.pixel(covered - QPoint(10, 14))), QColor(Qt::red));
 }
 
 TEST_F(X11CaptureBackendTest, GrabsAreClippedToTheDesktopAndAnswerLater) {

@@ -145,6 +145,16 @@ void copyRow(const uint32_t* __restrict src, uint32_t* __restrict dst, int count
         dst[x] = src[x] | alpha;
 }
 
+// Windows that draw their own decorations (GTK's client-side ones) pad themselves with an
+// invisible shadow and say how wide it is; the window the user sees lies inside.
+QRect withoutShadow(const QRect& frame, const std::vector<uint32_t>& extents) {
+    if (extents.size() != 4) // left, right, top, bottom
+        return frame;
+    const QRect inner =
+        frame.adjusted(int(extents[0]), int(extents[2]), -int(extents[1]), -int(extents[3]));
+    return inner.isValid() ? inner : frame;
+}
+
 enum Atom {
     ClientListStacking,
     ClientList,
@@ -158,6 +168,7 @@ enum Atom {
     WmState,
     StateHidden,
     WmWindowOpacity,
+    GtkFrameExtents,
     CompositorSelection,
     AtomCount
 };
@@ -272,6 +283,27 @@ struct X11CaptureBackend::Private {
         return current;
     }
 
+    // The shadow extents of a frame's client: on the frame itself when the window manager did
+    // not reparent it, else on one of its children.
+    std::vector<uint32_t> shadowExtents(xcb_window_t frame) {
+        std::vector<xcb_window_t> candidates{frame};
+        if (auto tree = wait(c, xcb_query_tree_reply, xcb_query_tree(c, frame))) {
+            const xcb_window_t* children = xcb_query_tree_children(tree.get());
+            candidates.insert(candidates.end(), children,
+                              children + xcb_query_tree_children_length(tree.get()));
+        }
+        std::vector<xcb_get_property_cookie_t> cookies;
+        for (xcb_window_t w : candidates)
+            cookies.push_back(property(w, atoms[GtkFrameExtents], XCB_ATOM_CARDINAL, 4));
+        std::vector<uint32_t> found;
+        for (auto cookie : cookies) {
+            auto values = propertyValues<uint32_t>(wait(c, xcb_get_property_reply, cookie).get());
+            if (found.empty() && values.size() == 4)
+                found = std::move(values);
+        }
+        return found;
+    }
+
     xcb_get_property_cookie_t property(xcb_window_t window, xcb_atom_t atom, xcb_atom_t type,
                                        uint32_t longs) {
         return xcb_get_property(c, 0, window, atom, type, 0, longs);
@@ -293,19 +325,13 @@ std::unique_ptr<X11CaptureBackend> X11CaptureBackend::connect(const QByteArray& 
         return nullptr;
     d->screen = it.data;
 
-    const char* names[AtomCount] = {"_NET_CLIENT_LIST_STACKING",
-                                    "_NET_CLIENT_LIST",
-                                    "_NET_ACTIVE_WINDOW",
-                                    "_NET_WM_PID",
-                                    "_NET_WM_WINDOW_TYPE",
-                                    "_NET_WM_WINDOW_TYPE_NORMAL",
-                                    "_NET_WM_WINDOW_TYPE_DIALOG",
-                                    "_NET_WM_WINDOW_TYPE_DOCK",
-                                    "_NET_WM_WINDOW_TYPE_DESKTOP",
-                                    "_NET_WM_STATE",
-                                    "_NET_WM_STATE_HIDDEN",
-                                    "_NET_WM_WINDOW_OPACITY",
-                                    nullptr};
+    const char* names[AtomCount] = {"_NET_CLIENT_LIST_STACKING",   "_NET_CLIENT_LIST",
+                                    "_NET_ACTIVE_WINDOW",          "_NET_WM_PID",
+                                    "_NET_WM_WINDOW_TYPE",         "_NET_WM_WINDOW_TYPE_NORMAL",
+                                    "_NET_WM_WINDOW_TYPE_DIALOG",  "_NET_WM_WINDOW_TYPE_DOCK",
+                                    "_NET_WM_WINDOW_TYPE_DESKTOP", "_NET_WM_STATE",
+                                    "_NET_WM_STATE_HIDDEN",        "_NET_WM_WINDOW_OPACITY",
+                                    "_GTK_FRAME_EXTENTS",          nullptr};
     const QByteArray compositor = "_NET_WM_CM_S" + QByteArray::number(d->screenNumber);
     names[CompositorSelection] = compositor.constData();
     xcb_intern_atom_cookie_t cookies[AtomCount];
@@ -429,7 +455,7 @@ std::vector<ServerWindow> X11CaptureBackend::windowList() {
     struct Cookies {
         xcb_get_window_attributes_cookie_t attributes;
         xcb_get_geometry_cookie_t geometry;
-        xcb_get_property_cookie_t type, state, pid, opacity, frameOpacity, wmClass;
+        xcb_get_property_cookie_t type, state, pid, opacity, frameOpacity, wmClass, shadow;
     };
     std::vector<Cookies> cookies;
     cookies.reserve(clients.size());
@@ -441,7 +467,8 @@ std::vector<ServerWindow> X11CaptureBackend::windowList() {
                            d->property(client, d->atoms[WmPid], XCB_ATOM_CARDINAL, 1),
                            d->property(client, d->atoms[WmWindowOpacity], XCB_ATOM_CARDINAL, 1),
                            d->property(frames[i], d->atoms[WmWindowOpacity], XCB_ATOM_CARDINAL, 1),
-                           d->property(client, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 256)});
+                           d->property(client, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 256),
+                           d->property(client, d->atoms[GtkFrameExtents], XCB_ATOM_CARDINAL, 4)});
     }
 
     std::vector<ServerWindow> windows;
@@ -455,6 +482,7 @@ std::vector<ServerWindow> X11CaptureBackend::windowList() {
         auto opacity = wait(c, xcb_get_property_reply, k.opacity);
         auto frameOpacity = wait(c, xcb_get_property_reply, k.frameOpacity);
         auto wmClass = wait(c, xcb_get_property_reply, k.wmClass);
+        auto shadow = wait(c, xcb_get_property_reply, k.shadow);
 
         if (!attributes || attributes->map_state != XCB_MAP_STATE_VIEWABLE ||
             attributes->_class != XCB_WINDOW_CLASS_INPUT_OUTPUT)
@@ -492,9 +520,10 @@ std::vector<ServerWindow> X11CaptureBackend::windowList() {
         if (auto p = propertyValue<uint32_t>(pid.get()))
             window.pid = std::int64_t(*p);
         if (geometry)
-            window.bounds =
-                QRect(geometry->x, geometry->y, geometry->width + 2 * geometry->border_width,
-                      geometry->height + 2 * geometry->border_width);
+            window.bounds = withoutShadow(QRect(geometry->x, geometry->y,
+                                                geometry->width + 2 * geometry->border_width,
+                                                geometry->height + 2 * geometry->border_width),
+                                          propertyValues<uint32_t>(shadow.get()));
         window.ownerName = applicationName(wmClass.get());
         windows.push_back(std::move(window));
     }
@@ -534,8 +563,9 @@ CaptureResult<WindowImage> X11CaptureBackend::grabWindowNow(std::uint32_t id) {
     if (!attributes || !geometry || !position || attributes->map_state != XCB_MAP_STATE_VIEWABLE)
         return CaptureFailure{CaptureError::NoWindow, {}};
     const int border = geometry->border_width;
-    const QRect frame(position->dst_x - border, position->dst_y - border,
+    const QRect outer(position->dst_x - border, position->dst_y - border,
                       geometry->width + 2 * border, geometry->height + 2 * border);
+    const QRect frame = withoutShadow(outer, d->shadowExtents(id));
 
     if (d->hasComposite && compositorRunning()) {
         // A compositing manager redirects every window, so its pixmap holds the whole
@@ -543,7 +573,7 @@ CaptureResult<WindowImage> X11CaptureBackend::grabWindowNow(std::uint32_t id) {
         const xcb_pixmap_t pixmap = xcb_generate_id(c);
         if (check(c, xcb_composite_name_window_pixmap_checked(c, id, pixmap))) {
             ServerPixmap owned(c, pixmap);
-            auto image = d->readImage(pixmap, QRect(QPoint(0, 0), frame.size()), geometry->depth);
+            auto image = d->readImage(pixmap, frame.translated(-outer.topLeft()), geometry->depth);
             if (auto* pixels = std::get_if<QImage>(&image))
                 return WindowImage{std::move(*pixels), frame};
         }
