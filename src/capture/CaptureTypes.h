@@ -6,7 +6,6 @@
 #include <QRectF>
 #include <QScreen>
 #include <QString>
-
 #include <cstdint>
 #include <optional>
 #include <variant>
@@ -27,10 +26,10 @@ struct CapturedWindow {
 
 // One frozen screen.
 struct DisplayCapture {
-    QImage image;            // full-resolution pixels, devicePixelRatio = scale
+    QImage image; // full-resolution pixels, devicePixelRatio = scale
     QPointer<QScreen> screen;
-    QRectF geometry;         // the screen's rectangle in global points when it was frozen
-    double scale = 1.0;      // pixels per point
+    QRectF geometry;    // the screen's rectangle in global points when it was frozen
+    double scale = 1.0; // pixels per point
     std::vector<CapturedWindow> windows; // front-most first
 
     // Size in points.
@@ -44,6 +43,17 @@ struct DisplayCapture {
 };
 
 enum class CaptureError { NoDisplay, NoWindow, CaptureFailed };
+
+// A capture that did not happen: the kind, and for failures of the display server or of a
+// backend that cannot capture here, the one-sentence reason the user is shown.
+struct CaptureFailure {
+    CaptureError error = CaptureError::CaptureFailed;
+    QString reason;
+    friend bool operator==(const CaptureFailure&, const CaptureFailure&) = default;
+};
+
+// The outcome of an asynchronous capture step: the value, or why there is none.
+template <class T> using CaptureResult = std::variant<T, CaptureFailure>;
 
 // What the selection overlay answers: an area in global points, or a window. Absent means
 // the user cancelled.
