@@ -1,5 +1,7 @@
 #pragma once
 
+#include "app/toast/ToastView.h"
+
 #include <QColor>
 #include <QObject>
 #include <QPointer>
@@ -8,8 +10,6 @@
 #include <chrono>
 
 namespace qm {
-
-class ToastView;
 
 // Shows short messages near the bottom of the screen under the pointer, one at a time: a new
 // toast replaces the current one at once. Toasts never take focus and never receive clicks.

@@ -6,6 +6,7 @@
 #include <QApplication>
 #include <QLineEdit>
 #include <QPixmap>
+#include <QProcess>
 #include <QWindow>
 #include <cmath>
 #include <gtest/gtest.h>
@@ -168,6 +169,28 @@ TEST_F(SelectionOverlayTest, EscapeCancelsMidDragWhateverWindowHadFocus) {
     xdotool({QStringLiteral("mouseup"), QStringLiteral("1")});
     QApplication::processEvents();
     EXPECT_EQ(results.size(), 1u); // the release after cancelling answers nothing more
+}
+
+TEST_F(SelectionOverlayTest, KeysReachTheOverlayWhileAnotherProgramHasFocus) {
+    QProcess other;
+    other.start(QStringLiteral("xmessage"), {QStringLiteral("-name"), QStringLiteral("qm-other"),
+                                             QStringLiteral("Another program")});
+    ASSERT_TRUE(other.waitForStarted());
+    const ProcessResult found =
+        run(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--sync"),
+                                        QStringLiteral("--classname"), QStringLiteral("qm-other")});
+    const QByteArray otherWindow = found.out.trimmed().split('\n').value(0);
+    ASSERT_FALSE(otherWindow.isEmpty());
+    xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"),
+             QString::fromLatin1(otherWindow)});
+
+    begin();
+    xdotool({QStringLiteral("key"), QStringLiteral("Escape")});
+    EXPECT_TRUE(waitUntil([&] { return !results.empty(); }));
+    other.kill();
+    other.waitForFinished();
+    ASSERT_EQ(results.size(), 1u);
+    EXPECT_FALSE(results[0]);
 }
 
 TEST_F(SelectionOverlayTest, LoupeStaysInsideTheScreenAndMagnifiesThePointer) {
