@@ -360,10 +360,17 @@ void SelectionView::drawLoupe(QPainter& painter) const {
                          QPointF(loupe.right(), center.y() + offset));
     }
 
-    // The centre cell: the pixel the readout describes.
-    painter.setPen(QPen(accent, 1.5));
-    painter.setBrush(Qt::NoBrush);
-    painter.drawRect(QRectF(center - QPointF(cell / 2, cell / 2), QSizeF(cell, cell)));
+    // The centre cell: the pixel the readout describes. Its 1.5-point frame straddles the
+    // cell's edges on whole device pixels, so it stays sharp at any scale.
+    const QRectF centreCell(center - QPointF(cell / 2, cell / 2), QSizeF(cell, cell));
+    const double frame = std::max(1.0, std::round(1.5 * scale));
+    const double outside = std::ceil(frame / 2) / scale;
+    const double inside = std::floor(frame / 2) / scale;
+    QPainterPath ring;
+    ring.setFillRule(Qt::OddEvenFill);
+    ring.addRect(centreCell.adjusted(-outside, -outside, outside, outside));
+    ring.addRect(centreCell.adjusted(inside, inside, -inside, -inside));
+    painter.fillPath(ring, accent);
     painter.restore();
 
     painter.save();
