@@ -176,13 +176,26 @@ TEST_F(SelectionOverlayTest, KeysReachTheOverlayWhileAnotherProgramHasFocus) {
     other.start(QStringLiteral("xmessage"), {QStringLiteral("-name"), QStringLiteral("qm-other"),
                                              QStringLiteral("Another program")});
     ASSERT_TRUE(other.waitForStarted());
-    const ProcessResult found =
-        run(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--sync"),
-                                        QStringLiteral("--classname"), QStringLiteral("qm-other")});
-    const QByteArray otherWindow = found.out.trimmed().split('\n').value(0);
-    ASSERT_FALSE(otherWindow.isEmpty());
-    xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"),
-             QString::fromLatin1(otherWindow)});
+    const auto xdotoolOut = [](const QStringList& args) {
+        return run(QStringLiteral("xdotool"), args).out.trimmed();
+    };
+    QByteArray window;
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            window = xdotoolOut({QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                                 QStringLiteral("--classname"), QStringLiteral("qm-other")})
+                         .split('\n')
+                         .value(0);
+            return !window.isEmpty();
+        },
+        std::chrono::seconds(20)));
+    // The window manager may not have taken the window on yet: ask until it is active.
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            xdotoolOut({QStringLiteral("windowactivate"), QString::fromLatin1(window)});
+            return xdotoolOut({QStringLiteral("getactivewindow")}) == window;
+        },
+        std::chrono::seconds(20)));
 
     begin();
     xdotool({QStringLiteral("key"), QStringLiteral("Escape")});
