@@ -1,0 +1,26 @@
+#pragma once
+
+class QScreen;
+class QWidget;
+
+namespace qm {
+
+// Whether a floating surface lets the pointer through to the windows below it.
+enum class PointerInput { PassThrough, Accept };
+
+// Turns a parentless widget into a floating surface: frameless, above other windows, outside
+// the window manager's control, and never taking the keyboard focus. Call before showing.
+void makeFloatingWindow(QWidget* window, PointerInput input);
+
+// Whether windows can be see-through (a compositing manager runs); without one, rounded
+// surfaces are cut out with a shape mask instead.
+bool translucencyAvailable();
+
+// Gives a floating window rounded corners: see-through corners when the desktop composites,
+// a shape mask otherwise. Call again after each resize.
+void shapeRounded(QWidget* window, double radius);
+
+// The screen under the pointer, else the primary screen.
+QScreen* screenUnderPointer();
+
+} // namespace qm

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QColor>
+#include <QString>
+#include <QWidget>
+
+namespace qm {
+
+// A toast's pill: a tinted symbol before a line of white text on a dark capsule. It is its
+// own floating window that neither takes focus nor receives clicks.
+class ToastView final : public QWidget {
+    Q_OBJECT
+public:
+    ToastView(QString text, QString symbol, QColor tint);
+
+    QString text() const { return text_; }
+    QString symbol() const { return symbol_; }
+    QColor tint() const { return tint_; }
+
+    QSize sizeHint() const override;
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+
+private:
+    QFont textFont() const;
+
+    QString text_;
+    QString symbol_;
+    QColor tint_;
+};
+
+} // namespace qm
