@@ -17,7 +17,6 @@
 #include <QDesktopServices>
 #include <QTimer>
 #include <QUrl>
-
 #include <cstdio>
 
 int main(int argc, char** argv) {
@@ -73,8 +72,7 @@ int main(int argc, char** argv) {
     auto sounds = qm::makeSoundPlayer();
     qm::ToastCenter toasts;
 
-    qm::AppModel model(
-        {preferences, captureManager, contentCache, hotkeys, *sounds, toasts});
+    qm::AppModel model({preferences, captureManager, contentCache, hotkeys, *sounds, toasts});
     // Recent captures open in the desktop's image viewer until the editor can take them.
     qm::TrayController tray(model, preferences, [](const QString& path) {
         QDesktopServices::openUrl(QUrl::fromLocalFile(path));

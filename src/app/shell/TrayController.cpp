@@ -71,7 +71,9 @@ TrayController::TrayController(AppModel& model, Preferences& preferences,
 
 TrayController::~TrayController() = default;
 
-bool TrayController::isVisible() const { return m_icon && m_icon->isVisible(); }
+bool TrayController::isVisible() const {
+    return m_icon && m_icon->isVisible();
+}
 
 void TrayController::rebuildMenu() {
     QMenu* menu = m_menu.get();
@@ -100,10 +102,9 @@ void TrayController::rebuildMenu() {
         {"Capture Fullscreen in 3 Seconds", CaptureKind::Fullscreen, 3},
         {"Capture Fullscreen in 10 Seconds", CaptureKind::Fullscreen, 10}};
     for (const auto& [title, kind, seconds] : delayed)
-        timer->addAction(QString::fromUtf8(title), this,
-                         [this, kind = kind, seconds = seconds] {
-                             m_model.performDelayed(kind, seconds);
-                         });
+        timer->addAction(QString::fromUtf8(title), this, [this, kind = kind, seconds = seconds] {
+            m_model.performDelayed(kind, seconds);
+        });
 
     const QStringList recent = recentCaptures(m_preferences.outputDirectory());
     if (!recent.isEmpty()) {
@@ -127,9 +128,9 @@ void TrayController::rebuildMenu() {
     }
     menu->addAction(symbolIcon(QStringLiteral("info.circle")), QStringLiteral("About Quillmark"),
                     this, [this] { showAbout(); });
-    QAction* quit = menu->addAction(symbolIcon(QStringLiteral("power")),
-                                    QStringLiteral("Quit Quillmark"), qApp,
-                                    &QCoreApplication::quit);
+    QAction* quit =
+        menu->addAction(symbolIcon(QStringLiteral("power")), QStringLiteral("Quit Quillmark"), qApp,
+                        &QCoreApplication::quit);
     quit->setShortcut(QKeySequence(QStringLiteral("Ctrl+Q")));
     quit->setShortcutVisibleInContextMenu(true);
 }

@@ -4,7 +4,6 @@
 #include <QIcon>
 #include <QObject>
 #include <QPointer>
-
 #include <functional>
 #include <memory>
 

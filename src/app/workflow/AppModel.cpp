@@ -23,9 +23,12 @@ QString describe(const CaptureFailure& failure) {
     if (!failure.reason.isEmpty())
         return failure.reason;
     switch (failure.error) {
-    case CaptureError::NoDisplay: return QStringLiteral("No display was found.");
-    case CaptureError::NoWindow: return QStringLiteral("No window was found.");
-    case CaptureError::CaptureFailed: return QStringLiteral("The screen could not be captured.");
+    case CaptureError::NoDisplay:
+        return QStringLiteral("No display was found.");
+    case CaptureError::NoWindow:
+        return QStringLiteral("No window was found.");
+    case CaptureError::CaptureFailed:
+        return QStringLiteral("The screen could not be captured.");
     }
     return {};
 }
@@ -41,9 +44,12 @@ AppModel::~AppModel() = default;
 
 QString AppModel::label(CaptureKind kind) {
     switch (kind) {
-    case CaptureKind::Region: return QStringLiteral("Region");
-    case CaptureKind::Window: return QStringLiteral("Window");
-    case CaptureKind::Fullscreen: return QStringLiteral("Full screen");
+    case CaptureKind::Region:
+        return QStringLiteral("Region");
+    case CaptureKind::Window:
+        return QStringLiteral("Window");
+    case CaptureKind::Fullscreen:
+        return QStringLiteral("Full screen");
     }
     return {};
 }
@@ -77,10 +83,17 @@ void AppModel::registerHotkeys() {
 
 void AppModel::runHotkey(HotkeyAction action) {
     switch (action) {
-    case HotkeyAction::Region: perform(CaptureKind::Region); break;
-    case HotkeyAction::Window: perform(CaptureKind::Window); break;
-    case HotkeyAction::Fullscreen: perform(CaptureKind::Fullscreen); break;
-    case HotkeyAction::Record: break; // not registered until recording exists
+    case HotkeyAction::Region:
+        perform(CaptureKind::Region);
+        break;
+    case HotkeyAction::Window:
+        perform(CaptureKind::Window);
+        break;
+    case HotkeyAction::Fullscreen:
+        perform(CaptureKind::Fullscreen);
+        break;
+    case HotkeyAction::Record:
+        break; // not registered until recording exists
     }
 }
 
@@ -111,9 +124,15 @@ void AppModel::perform(CaptureKind kind) {
         return;
     setCapturing(true);
     switch (kind) {
-    case CaptureKind::Region: captureRegion(); break;
-    case CaptureKind::Window: captureFrontWindow(); break;
-    case CaptureKind::Fullscreen: captureFullScreen(); break;
+    case CaptureKind::Region:
+        captureRegion();
+        break;
+    case CaptureKind::Window:
+        captureFrontWindow();
+        break;
+    case CaptureKind::Fullscreen:
+        captureFullScreen();
+        break;
     }
 }
 
