@@ -6,6 +6,7 @@
 #include <QRectF>
 #include <QScreen>
 #include <QString>
+
 #include <cstdint>
 #include <optional>
 #include <variant>
@@ -26,10 +27,10 @@ struct CapturedWindow {
 
 // One frozen screen.
 struct DisplayCapture {
-    QImage image; // full-resolution pixels, devicePixelRatio = scale
+    QImage image;            // full-resolution pixels, devicePixelRatio = scale
     QPointer<QScreen> screen;
-    QRectF geometry;    // the screen's rectangle in global points when it was frozen
-    double scale = 1.0; // pixels per point
+    QRectF geometry;         // the screen's rectangle in global points when it was frozen
+    double scale = 1.0;      // pixels per point
     std::vector<CapturedWindow> windows; // front-most first
 
     // Size in points.
