@@ -72,6 +72,8 @@ SelectionView::SelectionView(DisplayCapture background, QString verb, FinishCall
     // The frozen picture covers every pixel, so nothing underneath needs clearing.
     setAttribute(Qt::WA_OpaquePaintEvent);
     setAttribute(Qt::WA_NoSystemBackground);
+    // A tray program has no main window; the overlay closing must not end it.
+    setAttribute(Qt::WA_QuitOnClose, false);
     setMouseTracking(true);
     setFocusPolicy(Qt::StrongFocus);
     setCursor(Qt::CrossCursor);
