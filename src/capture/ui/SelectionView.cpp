@@ -1,5 +1,7 @@
 #include "capture/ui/SelectionView.h"
 
+#include "app/core/Log.h"
+
 #include <QFontMetricsF>
 #include <QGuiApplication>
 #include <QKeyEvent>
@@ -189,6 +191,9 @@ void SelectionView::tryGrabInput() {
         grabTimer_.stop();
     } else if (++grabAttempts_ > 150) {
         grabTimer_.stop();
+        qCWarning(lcCapture).noquote()
+            << QStringLiteral("Quillmark capture error: another program holds the %1")
+                   .arg(keyboard ? QStringLiteral("pointer") : QStringLiteral("keyboard"));
     }
 }
 

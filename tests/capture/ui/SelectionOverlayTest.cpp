@@ -62,7 +62,8 @@ protected:
         const QPoint device = toDevice(screen, origin + point);
         xdotool({QStringLiteral("mousemove"), arg(device.x()), arg(device.y())});
         ASSERT_TRUE(waitUntil([&] { return view() && near(view()->mousePoint(), point); }))
-            << "pointer at " << view()->mousePoint().x() << "," << view()->mousePoint().y();
+            << "pointer at " << (view() ? view()->mousePoint().x() : -1) << ","
+            << (view() ? view()->mousePoint().y() : -1);
     }
     void press() { xdotool({QStringLiteral("mousedown"), QStringLiteral("1")}); }
     // Releases the button and waits for the one answer.
