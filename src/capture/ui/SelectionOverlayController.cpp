@@ -2,10 +2,28 @@
 
 #include "capture/ui/SelectionView.h"
 
+#include <QGuiApplication>
 #include <QPointer>
 #include <QWindow>
+#include <cstdlib>
+#include <memory>
+#include <xcb/xcb.h>
 
 namespace qm {
+
+namespace {
+// Waits until the X server has handled every request sent so far, so the overlay is off the
+// screen before a caller grabs the screen again.
+void syncWithDisplay() {
+    const auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
+    if (!x11 || !x11->connection())
+        return;
+    xcb_connection_t* connection = x11->connection();
+    const std::unique_ptr<xcb_get_input_focus_reply_t, decltype(&std::free)> reply(
+        xcb_get_input_focus_reply(connection, xcb_get_input_focus(connection), nullptr),
+        &std::free);
+}
+} // namespace
 
 void SelectionOverlayController::DeleteLater::operator()(SelectionView* view) const {
     // The view may be inside its own event handler when the selection ends.
@@ -49,6 +67,7 @@ void SelectionOverlayController::closeView() {
 
 void SelectionOverlayController::finish(std::optional<SelectionResult> result) {
     closeView();
+    syncWithDisplay();
     Completion completion = std::exchange(onComplete_, nullptr);
     if (completion)
         completion(std::move(result));

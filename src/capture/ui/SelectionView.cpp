@@ -1,5 +1,7 @@
 #include "capture/ui/SelectionView.h"
 
+#include "app/core/Log.h"
+
 #include <QFontMetricsF>
 #include <QGuiApplication>
 #include <QKeyEvent>
@@ -72,6 +74,8 @@ SelectionView::SelectionView(DisplayCapture background, QString verb, FinishCall
     // The frozen picture covers every pixel, so nothing underneath needs clearing.
     setAttribute(Qt::WA_OpaquePaintEvent);
     setAttribute(Qt::WA_NoSystemBackground);
+    // A tray program has no main window; the overlay closing must not end it.
+    setAttribute(Qt::WA_QuitOnClose, false);
     setMouseTracking(true);
     setFocusPolicy(Qt::StrongFocus);
     setCursor(Qt::CrossCursor);
@@ -187,6 +191,9 @@ void SelectionView::tryGrabInput() {
         grabTimer_.stop();
     } else if (++grabAttempts_ > 150) {
         grabTimer_.stop();
+        qCWarning(lcCapture).noquote()
+            << QStringLiteral("Quillmark capture error: another program holds the %1")
+                   .arg(keyboard ? QStringLiteral("pointer") : QStringLiteral("keyboard"));
     }
 }
 

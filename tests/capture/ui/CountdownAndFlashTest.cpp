@@ -33,7 +33,9 @@ protected:
         const QPoint center = toDevice(screen, QRectF(screen->geometry()).center());
         xdotool({QStringLiteral("mousemove"), QString::number(center.x()),
                  QString::number(center.y())});
-        ASSERT_TRUE(waitUntil([&] { return QGuiApplication::screenAt(QCursor::pos()) == screen; }));
+        ASSERT_TRUE(waitUntil([&] { return QGuiApplication::screenAt(QCursor::pos()) == screen; }))
+            << "pointer at " << QCursor::pos().x() << "," << QCursor::pos().y() << " device "
+            << center.x() << "," << center.y();
     }
 
     std::function<void()> count(int& counter) {
