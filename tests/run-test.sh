@@ -30,14 +30,14 @@ cleanup() {
 }
 trap cleanup EXIT
 
-wait_for() { # deadline of 10 s for a condition
-    for _ in $(seq 200); do "$@" >/dev/null 2>&1 && return 0; sleep 0.05; done
+wait_for() { # deadline of 20 s for a condition
+    for _ in $(seq 400); do "$@" >/dev/null 2>&1 && return 0; sleep 0.05; done
     echo "run-test: timed out waiting for: $*" >&2
     return 1
 }
 
 if [ -n "$size" ]; then
-    Xvfb -displayfd 3 -screen 0 "${size}x24" -nolisten tcp \
+    Xvfb -noreset -displayfd 3 -screen 0 "${size}x24" -nolisten tcp \
         3>"$tmp/display" 2>"$tmp/xvfb.log" &
     pids+=($!)
     wait_for test -s "$tmp/display" || { cat "$tmp/xvfb.log" >&2; exit 1; }
@@ -45,7 +45,9 @@ if [ -n "$size" ]; then
     wait_for xdpyinfo
     openbox --sm-disable >/dev/null 2>&1 &
     pids+=($!)
-    wait_for sh -c 'xprop -root _NET_SUPPORTING_WM_CHECK | grep -q "window id"'
+    # Without -noreset the server resets when xdpyinfo leaves, and a window manager that
+    # connects during the reset gives up.
+    wait_for sh -c 'xprop -root _NET_SUPPORTING_WM_CHECK | grep -q "window id"' || exit 1
     # The window manager resets RandR monitors when it starts, so declare them after it.
     for m in "${monitors[@]}"; do
         # shellcheck disable=SC2086
@@ -54,7 +56,7 @@ if [ -n "$size" ]; then
     if [ "$tray" = 1 ]; then
         trayer --edge top --align right --widthtype request --height 24 >/dev/null 2>&1 &
         pids+=($!)
-        wait_for xdotool search --classname trayer
+        wait_for xdotool search --classname trayer || exit 1
     fi
 else
     unset DISPLAY
