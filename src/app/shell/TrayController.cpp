@@ -5,7 +5,7 @@
 #include "app/core/Preferences.h"
 #include "app/core/RecentCaptures.h"
 #include "app/shell/AboutWindow.h"
-#include "app/shell/Reveal.h"
+#include "platform/desktop/Reveal.h"
 #include "app/toast/Symbols.h"
 #include "app/workflow/AppModel.h"
 

@@ -1,4 +1,4 @@
-#include "app/shell/Reveal.h"
+#include "platform/desktop/Reveal.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
