@@ -1,0 +1,168 @@
+#include "app/workflow/AppModel.h"
+
+#include "TestSupport.h"
+#include "X11TestDesktop.h"
+#include "app/core/Preferences.h"
+#include "app/hotkeys/HotkeyManager.h"
+#include "app/toast/ToastCenter.h"
+#include "app/toast/ToastView.h"
+#include "capture/core/ScreenCaptureManager.h"
+#include "capture/core/ShareableContentCache.h"
+#include "capture/ui/CountdownController.h"
+#include "capture/ui/SelectionOverlayController.h"
+#include "platform/capture/CaptureBackendChoice.h"
+#include "platform/null/NullCaptureBackend.h"
+#include "platform/shortcuts/GlobalShortcutBackend.h"
+#include "platform/sound/SoundPlayer.h"
+
+#include <QClipboard>
+#include <QFileInfo>
+#include <QGuiApplication>
+#include <QMimeData>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <gtest/gtest.h>
+
+using namespace qm;
+
+namespace {
+
+// Notes which sounds were asked for; the sound system itself is tested on its own.
+class HeardSounds : public SoundPlayer {
+public:
+    void play(SystemSound sound) override { heard.push_back(sound); }
+    std::vector<SystemSound> heard;
+};
+
+class AppModelTest : public ::testing::Test {
+protected:
+    QTemporaryDir dir;
+    IniSettingsStore store{dir.filePath(QStringLiteral("Quillmark.conf"))};
+    Preferences prefs{store};
+    std::unique_ptr<platform::ScreenCaptureBackend> backend =
+        platform::createScreenCaptureBackend();
+    ShareableContentCache cache{*backend};
+    ScreenCaptureManager capture{*backend, cache};
+    std::unique_ptr<GlobalShortcutBackend> shortcuts = createGlobalShortcutBackend();
+    HotkeyManager hotkeys{*shortcuts};
+    HeardSounds sounds;
+    ToastCenter toasts;
+    std::unique_ptr<AppModel> model;
+
+    void SetUp() override {
+        prefs.setOutputDirectory(dir.filePath(QStringLiteral("Shots")));
+        model = std::make_unique<AppModel>(
+            AppModel::Services{prefs, capture, cache, hotkeys, sounds, toasts});
+    }
+    QString toastText() const { return toasts.window() ? toasts.window()->text() : QString(); }
+    bool waitForStatus() {
+        return test::waitUntil([&] { return !model->lastStatus().isEmpty(); });
+    }
+};
+
+TEST_F(AppModelTest, ACaptureIsCopiedAnnouncedAndSaved) {
+    QSignalSpy revisions(model.get(), &AppModel::libraryRevisionChanged);
+    model->perform(CaptureKind::Fullscreen);
+    EXPECT_TRUE(model->isCapturing());
+    ASSERT_TRUE(waitForStatus());
+
+    EXPECT_FALSE(model->isCapturing());
+    ASSERT_TRUE(model->lastSavedURL());
+    const QString name = QFileInfo(*model->lastSavedURL()).fileName();
+    EXPECT_EQ(model->lastStatus(), QStringLiteral("Full screen saved → ") + name);
+    EXPECT_EQ(QFileInfo(*model->lastSavedURL()).absolutePath(), prefs.outputDirectory());
+    EXPECT_EQ(QImage(*model->lastSavedURL()).size(), QSize(1280, 800));
+    EXPECT_EQ(model->libraryRevision(), 1);
+    EXPECT_EQ(revisions.count(), 1);
+    EXPECT_EQ(sounds.heard, std::vector<SystemSound>{SystemSound::Grab});
+    EXPECT_EQ(toastText(), QStringLiteral("Saved to Shots"));
+    EXPECT_TRUE(QGuiApplication::clipboard()->mimeData()->hasFormat(QStringLiteral("image/png")));
+}
+
+TEST_F(AppModelTest, AFailedSaveStillReportsTheCaptureAsCopied) {
+    prefs.setCopyToClipboardAfterCapture(false);
+    prefs.setPlayCaptureSound(false);
+    // A file where the folder should be: the disk refuses the save.
+    const QString blocker = dir.filePath(QStringLiteral("blocker"));
+    QFile(blocker).open(QIODevice::WriteOnly);
+    prefs.setOutputDirectory(blocker);
+
+    test::LogCapture log;
+    model->perform(CaptureKind::Fullscreen);
+    ASSERT_TRUE(waitForStatus());
+    EXPECT_EQ(model->lastStatus(), QStringLiteral("Full screen captured (copied to clipboard)"));
+    EXPECT_EQ(toastText(), QStringLiteral("Copied"));
+    EXPECT_TRUE(log.contains(QStringLiteral("Quillmark save error: ")));
+    EXPECT_FALSE(model->lastSavedURL());
+    EXPECT_EQ(model->libraryRevision(), 0);
+    EXPECT_TRUE(sounds.heard.empty());
+}
+
+TEST_F(AppModelTest, AFailingGrabIsReportedWithItsReason) {
+    platform::NullCaptureBackend refusing(QStringLiteral("Screen capture is switched off."));
+    ShareableContentCache nullCache{refusing};
+    ScreenCaptureManager nullCapture{refusing, nullCache};
+    AppModel failing({prefs, nullCapture, nullCache, hotkeys, sounds, toasts});
+
+    test::LogCapture log;
+    failing.perform(CaptureKind::Region);
+    ASSERT_TRUE(test::waitUntil([&] { return !failing.lastStatus().isEmpty(); }));
+    EXPECT_EQ(failing.lastStatus(),
+              QStringLiteral("Capture failed: Screen capture is switched off."));
+    EXPECT_TRUE(
+        log.contains(QStringLiteral("Quillmark capture error: Screen capture is switched off.")));
+    EXPECT_FALSE(failing.isCapturing());
+}
+
+TEST_F(AppModelTest, OneSelectionAtATimeAndCancelling) {
+    model->perform(CaptureKind::Region);
+    ASSERT_TRUE(test::waitUntil([&] { return model->overlay().isActive(); }));
+    const auto* first = model->overlay().view();
+    model->perform(CaptureKind::Region);
+    model->performDelayed(CaptureKind::Fullscreen, 3);
+    QTest::qWait(200);
+    EXPECT_EQ(model->overlay().view(), first);
+    EXPECT_FALSE(model->countdown().isRunning());
+
+    model->overlay().cancel();
+    ASSERT_TRUE(test::waitUntil([&] { return model->lastStatus() == QLatin1String("Cancelled"); }));
+    EXPECT_FALSE(model->isCapturing());
+    EXPECT_FALSE(model->lastSavedURL());
+}
+
+TEST_F(AppModelTest, ADelayedCaptureCountsDownAndCanBeCancelled) {
+    model->performDelayed(CaptureKind::Fullscreen, 10);
+    EXPECT_EQ(model->lastStatus(), QStringLiteral("Capturing in 10s…"));
+    EXPECT_TRUE(model->countdown().isRunning());
+    model->performDelayed(CaptureKind::Fullscreen, 3); // ignored while counting down
+    EXPECT_EQ(model->lastStatus(), QStringLiteral("Capturing in 10s…"));
+    model->countdown().cancel();
+    EXPECT_EQ(model->lastStatus(), QStringLiteral("Cancelled"));
+
+    model->performDelayed(CaptureKind::Fullscreen, 1);
+    ASSERT_TRUE(test::waitUntil([&] { return model->libraryRevision() == 1; }));
+    EXPECT_TRUE(model->lastStatus().startsWith(QStringLiteral("Full screen saved → ")));
+}
+
+TEST_F(AppModelTest, AChangedShortcutIsTakenAtOnce) {
+    model->configure();
+    model->registerHotkeys();
+    EXPECT_FALSE(model->desktopOwnsAreaShortcut());
+    prefs.setHotkey({3, CarbonModifier::Command | CarbonModifier::Option, QStringLiteral("F")},
+                    HotkeyAction::Fullscreen);
+    test::run(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("ctrl+shift+9")});
+    QTest::qWait(300);
+    EXPECT_EQ(model->libraryRevision(), 0) << "the old shortcut is released";
+    test::run(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("ctrl+alt+f")});
+    ASSERT_TRUE(test::waitUntil([&] { return model->libraryRevision() == 1; }));
+}
+
+TEST_F(AppModelTest, TheAreaShortcutHeldByAnotherProgramIsNoticed) {
+    auto other = createGlobalShortcutBackend();
+    ASSERT_EQ(other->grab(1, '4', Qt::ControlModifier | Qt::ShiftModifier), 0);
+    model->registerHotkeys();
+    EXPECT_TRUE(model->desktopOwnsAreaShortcut());
+}
+
+} // namespace

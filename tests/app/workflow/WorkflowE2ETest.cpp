@@ -1,0 +1,255 @@
+#include "TestSupport.h"
+#include "X11TestDesktop.h"
+#include "platform/x11keys/X11GlobalShortcuts.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QImage>
+#include <QProcess>
+#include <QTest>
+#include <QTime>
+#include <gtest/gtest.h>
+
+using namespace qm;
+using namespace std::chrono_literals;
+
+namespace {
+
+const QString kPictures = QDir::homePath() + QStringLiteral("/Pictures/Quillmark");
+
+QStringList captures() {
+    QStringList files =
+        QDir(kPictures).entryList({QStringLiteral("*.png")}, QDir::Files, QDir::Time);
+    for (QString& f : files)
+        f = QDir(kPictures).filePath(f);
+    return files; // newest first
+}
+
+// Captures within one second share a name and replace each other, so a test that wants a
+// new file waits for the next second first.
+void nextSecond() {
+    const int now = QTime::currentTime().second();
+    test::waitUntil([&] { return QTime::currentTime().second() != now; }, 2s);
+}
+
+// Waits for the number of saved captures to reach `count`, and returns the newest.
+QString waitForCapture(qsizetype count) {
+    if (!test::waitUntil([&] { return captures().size() >= count; }))
+        return {};
+    QString newest = captures().first();
+    // The file is renamed into place complete, so it decodes as soon as it is there.
+    return newest;
+}
+
+void xdotool(const QStringList& args) {
+    test::run(QStringLiteral("xdotool"), args);
+}
+void key(const QString& keys) {
+    xdotool({QStringLiteral("key"), keys});
+}
+
+// The selection overlays on screen: our windows that cover the whole 1280×800 screen.
+int overlaysShown() {
+    const auto found = test::run(QStringLiteral("xdotool"),
+                                 {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                                  QStringLiteral("--classname"), QStringLiteral("quillmark")});
+    int count = 0;
+    for (const QString& id : QString::fromLatin1(found.out).split(u'\n', Qt::SkipEmptyParts)) {
+        const auto geometry =
+            test::run(QStringLiteral("xdotool"), {QStringLiteral("getwindowgeometry"), id});
+        if (geometry.out.contains("Geometry: 1280x800"))
+            ++count;
+    }
+    return count;
+}
+
+class Program {
+public:
+    explicit Program(const QStringList& args = {}) {
+        m_process.start(QStringLiteral(QUILLMARK_BINARY), args);
+        m_process.waitForStarted();
+    }
+    ~Program() {
+        m_process.terminate();
+        if (!m_process.waitForFinished(5000))
+            m_process.kill();
+        m_process.waitForFinished();
+    }
+    // Waits until the program says `text` on stderr.
+    bool logged(const QString& text) {
+        return test::waitUntil([&] {
+            m_log += QString::fromUtf8(m_process.readAllStandardError());
+            return m_log.contains(text);
+        });
+    }
+    // Ready once it answers on the session bus.
+    bool ready() {
+        return test::waitUntil([] {
+            return test::run(QStringLiteral("gdbus"),
+                             {QStringLiteral("introspect"), QStringLiteral("--session"),
+                              QStringLiteral("--dest"), QStringLiteral("com.quillworks.Quillmark"),
+                              QStringLiteral("--object-path"),
+                              QStringLiteral("/com/quillworks/Quillmark")})
+                       .exitCode == 0;
+        });
+    }
+    QString log() {
+        m_log += QString::fromUtf8(m_process.readAllStandardError());
+        return m_log;
+    }
+    QProcess& process() { return m_process; }
+
+private:
+    QProcess m_process;
+    QString m_log;
+};
+
+// Pixels of a capture against the desktop pattern, away from the tray in the top strip.
+void expectPatternAt(const QImage& image, QPoint origin) {
+    ASSERT_FALSE(image.isNull());
+    int mismatches = 0;
+    for (int y = 0; y < image.height(); y += 7)
+        for (int x = 0; x < image.width(); x += 7)
+            if (origin.y() + y >= 40 &&
+                (image.pixel(x, y) & 0xffffff) !=
+                    (test::patternColor(origin.x() + x, origin.y() + y) & 0xffffff))
+                ++mismatches;
+    EXPECT_EQ(mismatches, 0);
+}
+
+class CaptureWorkflow : public ::testing::Test {
+protected:
+    test::RootPattern pattern;
+    void SetUp() override {
+        ASSERT_TRUE(pattern.ok());
+        QDir(kPictures).removeRecursively();
+    }
+};
+
+TEST_F(CaptureWorkflow, ShortcutsCaptureTheScreenAnAreaAndAWindow) {
+    Program app;
+    ASSERT_TRUE(app.ready());
+
+    // Full screen: the file holds exactly what is on screen, and so does the clipboard.
+    key(QStringLiteral("ctrl+shift+9"));
+    const QString full = waitForCapture(1);
+    ASSERT_FALSE(full.isEmpty()) << app.log().toStdString();
+    const QImage screen(full);
+    EXPECT_EQ(screen.size(), QSize(1280, 800));
+    expectPatternAt(screen, {0, 0});
+    const auto clip =
+        test::run(QStringLiteral("xclip"),
+                  {QStringLiteral("-selection"), QStringLiteral("clipboard"), QStringLiteral("-t"),
+                   QStringLiteral("image/png"), QStringLiteral("-o")});
+    EXPECT_EQ(QImage::fromData(clip.out, "PNG").convertToFormat(QImage::Format_RGB32),
+              screen.convertToFormat(QImage::Format_RGB32));
+
+    // An area dragged after the area shortcut; a second quick press opens no second overlay.
+    nextSecond();
+    key(QStringLiteral("ctrl+shift+4"));
+    key(QStringLiteral("ctrl+shift+4"));
+    ASSERT_TRUE(test::waitUntil([] { return overlaysShown() >= 1; }));
+    QTest::qWait(300);
+    EXPECT_EQ(overlaysShown(), 1);
+    xdotool({QStringLiteral("mousemove"), QStringLiteral("200"), QStringLiteral("150"),
+             QStringLiteral("mousedown"), QStringLiteral("1"), QStringLiteral("mousemove"),
+             QStringLiteral("300"), QStringLiteral("250"), QStringLiteral("mousemove"),
+             QStringLiteral("500"), QStringLiteral("400"), QStringLiteral("mouseup"),
+             QStringLiteral("1")});
+    const QString area = waitForCapture(2);
+    ASSERT_FALSE(area.isEmpty());
+    const QImage region(area);
+    EXPECT_EQ(region.size(), QSize(300, 250));
+    expectPatternAt(region, {200, 150});
+
+    // A click on a window takes that window, frame and all.
+    test::ForeignWindow window(QStringLiteral("Probe"), QColor(200, 20, 30),
+                               QStringLiteral("40x10+600+300"));
+    ASSERT_TRUE(window.ok());
+    window.activate();
+    const QRect client = window.geometry();
+    nextSecond();
+    key(QStringLiteral("ctrl+shift+4"));
+    ASSERT_TRUE(test::waitUntil([] { return overlaysShown() == 1; }));
+    xdotool({QStringLiteral("mousemove"), QString::number(client.center().x()),
+             QString::number(client.center().y()), QStringLiteral("click"), QStringLiteral("1")});
+    const QString picked = waitForCapture(3);
+    ASSERT_FALSE(picked.isEmpty());
+    const QImage windowImage(picked);
+    EXPECT_GE(windowImage.width(), client.width());
+    EXPECT_GE(windowImage.height(), client.height());
+    EXPECT_LT(windowImage.width(), 1280);
+    EXPECT_EQ(QColor(windowImage.pixel(windowImage.width() / 2, windowImage.height() - 10)),
+              QColor(200, 20, 30));
+
+    // Escape in the middle of a drag saves nothing.
+    key(QStringLiteral("ctrl+shift+4"));
+    ASSERT_TRUE(test::waitUntil([] { return overlaysShown() == 1; }));
+    xdotool({QStringLiteral("mousemove"), QStringLiteral("100"), QStringLiteral("100"),
+             QStringLiteral("mousedown"), QStringLiteral("1"), QStringLiteral("mousemove"),
+             QStringLiteral("400"), QStringLiteral("300")});
+    key(QStringLiteral("Escape"));
+    xdotool({QStringLiteral("mouseup"), QStringLiteral("1")});
+    ASSERT_TRUE(test::waitUntil([] { return overlaysShown() == 0; }));
+    QTest::qWait(300);
+    EXPECT_EQ(captures().size(), 3);
+}
+
+TEST_F(CaptureWorkflow, CommandLineAndSessionBusReachTheOneInstance) {
+    {
+        // Not running yet: the command starts the program, which captures and stays.
+        Program first({QStringLiteral("capture"), QStringLiteral("fullscreen")});
+        ASSERT_FALSE(waitForCapture(1).isEmpty()) << first.log().toStdString();
+        ASSERT_TRUE(first.ready());
+
+        // Running: a second command hands over its capture and ends at once.
+        nextSecond();
+        const auto second = test::run(QStringLiteral(QUILLMARK_BINARY),
+                                      {QStringLiteral("capture"), QStringLiteral("fullscreen")});
+        EXPECT_EQ(second.exitCode, 0) << second.err.constData();
+        ASSERT_FALSE(waitForCapture(2).isEmpty());
+
+        // A plain second start does nothing.
+        EXPECT_EQ(test::run(QStringLiteral(QUILLMARK_BINARY), {}).exitCode, 0);
+        EXPECT_EQ(first.process().state(), QProcess::Running);
+
+        nextSecond();
+        const QStringList call{
+            QStringLiteral("call"),          QStringLiteral("--session"),
+            QStringLiteral("--dest"),        QStringLiteral("com.quillworks.Quillmark"),
+            QStringLiteral("--object-path"), QStringLiteral("/com/quillworks/Quillmark"),
+            QStringLiteral("--method"),      QStringLiteral("com.quillworks.Quillmark.Capture")};
+        EXPECT_EQ(test::run(QStringLiteral("gdbus"),
+                            call + QStringList{QStringLiteral("fullscreen"), QStringLiteral("0")})
+                      .exitCode,
+                  0);
+        ASSERT_FALSE(waitForCapture(3).isEmpty());
+
+        const auto bad =
+            test::run(QStringLiteral("gdbus"),
+                      call + QStringList{QStringLiteral("lasso"), QStringLiteral("0")});
+        EXPECT_NE(bad.exitCode, 0);
+        EXPECT_TRUE(bad.err.contains("choose region, window or fullscreen")) << bad.err.constData();
+    }
+    // Bad input is one sentence on stderr and a failing exit, with or without an instance.
+    const auto wrong = test::run(QStringLiteral(QUILLMARK_BINARY),
+                                 {QStringLiteral("capture"), QStringLiteral("region"),
+                                  QStringLiteral("--delay"), QStringLiteral("soon")});
+    EXPECT_EQ(wrong.exitCode, 2);
+    EXPECT_EQ(wrong.err.count('\n'), 1);
+    EXPECT_TRUE(wrong.err.contains("delay"));
+}
+
+TEST_F(CaptureWorkflow, AShortcutHeldElsewhereIsLoggedAndTheOthersStillWork) {
+    // Another client owns Ctrl+Shift+4 before Quillmark starts.
+    auto other = X11GlobalShortcuts::connect();
+    ASSERT_TRUE(other);
+    ASSERT_EQ(other->grab(1, '4', Qt::ControlModifier | Qt::ShiftModifier), 0);
+
+    Program app;
+    ASSERT_TRUE(app.logged(QStringLiteral("Quillmark: failed to register hotkey id=1 status=10")));
+    key(QStringLiteral("ctrl+shift+9"));
+    ASSERT_FALSE(waitForCapture(1).isEmpty());
+}
+
+} // namespace
