@@ -12,7 +12,7 @@ packages=(
   libpulse-dev libtesseract-dev tesseract-ocr-eng libsecret-1-dev
   libxcb1-dev libxcb-shm0-dev libxcb-xfixes0-dev libxcb-keysyms1-dev libxcb-randr0-dev
   libxcb-composite0-dev libxcb-xinput-dev libxcb-xkb-dev libxcb-ewmh-dev libxcb-icccm4-dev
-  libimagequant-dev libgif-dev libspng-dev libdeflate-dev libcanberra-dev
+  libimagequant-dev libgif-dev libspng-dev libdeflate-dev libcanberra-dev libcanberra-pulse
   libgtest-dev libgmock-dev libbenchmark-dev
   # run and test
   xvfb x11-utils x11-xserver-utils openbox trayer xdotool xclip dbus-x11 dbus

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Runs one test in a throw-away desktop: its own HOME and XDG folders and, with --display,
-# its own Xvfb and window manager, so tests never touch the user's session or each other.
+# Runs one test in a throw-away desktop: its own HOME and XDG folders, its own session bus
+# and, with --display, its own Xvfb and window manager, so tests never touch the user's
+# session or each other (the program claims one bus name per session).
 #   run-test.sh [--display WxH] [--monitor "NAME W/MMxH/MM+X+Y OUTPUT"]... [--tray] -- cmd…
 set -u
 size=""; tray=0; monitors=()
@@ -62,4 +63,4 @@ else
     unset DISPLAY
 fi
 
-"$@"
+dbus-run-session -- "$@" 2> >(grep -v "Failed to set fd limit" >&2)

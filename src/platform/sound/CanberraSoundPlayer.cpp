@@ -20,6 +20,9 @@ std::unique_ptr<CanberraSoundPlayer> CanberraSoundPlayer::open() {
     if (ca_context_create(&raw) != CA_SUCCESS || !raw)
         return nullptr;
     std::unique_ptr<ca_context, ContextDeleter> context(raw);
+    // Only the sound server (PulseAudio, or PipeWire through its Pulse interface): canberra's
+    // raw ALSA fallback fights the server for the device and has crashed at exit without one.
+    ca_context_set_driver(context.get(), "pulse");
     ca_context_change_props(context.get(), CA_PROP_APPLICATION_NAME, "Quillmark",
                             CA_PROP_APPLICATION_ID, "com.quillworks.Quillmark", nullptr);
     // Opening connects to the sound server now, so a session without one is known at once

@@ -146,6 +146,8 @@ TEST_F(CaptureWorkflow, ShortcutsCaptureTheScreenAnAreaAndAWindow) {
 
     // An area dragged after the area shortcut; a second quick press opens no second overlay.
     nextSecond();
+    // The capture flash covers the screen for a moment; wait until it is gone.
+    ASSERT_TRUE(test::waitUntil([] { return overlaysShown() == 0; }));
     key(QStringLiteral("ctrl+shift+4"));
     key(QStringLiteral("ctrl+shift+4"));
     ASSERT_TRUE(test::waitUntil([] { return overlaysShown() >= 1; }));
@@ -169,6 +171,7 @@ TEST_F(CaptureWorkflow, ShortcutsCaptureTheScreenAnAreaAndAWindow) {
     window.activate();
     const QRect client = window.geometry();
     nextSecond();
+    ASSERT_TRUE(test::waitUntil([] { return overlaysShown() == 0; }));
     key(QStringLiteral("ctrl+shift+4"));
     ASSERT_TRUE(test::waitUntil([] { return overlaysShown() == 1; }));
     xdotool({QStringLiteral("mousemove"), QString::number(client.center().x()),
@@ -183,6 +186,7 @@ TEST_F(CaptureWorkflow, ShortcutsCaptureTheScreenAnAreaAndAWindow) {
               QColor(200, 20, 30));
 
     // Escape in the middle of a drag saves nothing.
+    ASSERT_TRUE(test::waitUntil([] { return overlaysShown() == 0; }));
     key(QStringLiteral("ctrl+shift+4"));
     ASSERT_TRUE(test::waitUntil([] { return overlaysShown() == 1; }));
     xdotool({QStringLiteral("mousemove"), QStringLiteral("100"), QStringLiteral("100"),
