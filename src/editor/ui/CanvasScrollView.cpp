@@ -171,6 +171,38 @@ void ZoomBar::paintEvent(QPaintEvent*) {
     painter.drawRoundedRect(r, r.height() / 2, r.height() / 2);
 }
 
+// --- Capsule ---
+
+CapsuleLabel::CapsuleLabel(QWidget* parent)
+    : QWidget(parent) {
+    setAttribute(Qt::WA_TransparentForMouseEvents);
+    QFont f = font();
+    f.setWeight(QFont::DemiBold);
+    setFont(f);
+}
+
+void CapsuleLabel::setText(const QString& text) {
+    m_text = text;
+    updateGeometry();
+    update();
+}
+
+QSize CapsuleLabel::sizeHint() const {
+    const QFontMetrics metrics(font());
+    return QSize(metrics.horizontalAdvance(m_text) + 36, metrics.height() + 16);
+}
+
+void CapsuleLabel::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    const QRectF r = QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5);
+    painter.setPen(QPen(QColor(255, 255, 255, 40), 1));
+    painter.setBrush(QColor(28, 28, 30, 232));
+    painter.drawRoundedRect(r, r.height() / 2, r.height() / 2);
+    painter.setPen(Qt::white);
+    painter.drawText(rect(), Qt::AlignCenter, m_text);
+}
+
 // --- Scroll view ---
 
 CanvasScrollView::CanvasScrollView(EditorModel& model, QWidget* parent)
@@ -189,11 +221,7 @@ CanvasScrollView::CanvasScrollView(EditorModel& model, QWidget* parent)
 
     m_hand = new HandToolOverlay(*this, model);
     m_zoomBar = new ZoomBar(model, this);
-    m_capsule = new QLabel(this);
-    m_capsule->setAttribute(Qt::WA_TransparentForMouseEvents);
-    m_capsule->setStyleSheet(QStringLiteral(
-        "QLabel { color: white; background: rgba(28,28,30,230); border-radius: 14px; "
-        "padding: 6px 16px; font-weight: 600; }"));
+    m_capsule = new CapsuleLabel(this);
     m_capsule->hide();
 
     connect(&m_model, &EditorModel::zoomPercentChanged, this, &CanvasScrollView::applyScale);
@@ -298,7 +326,6 @@ void CanvasScrollView::layoutOverlays() {
                            bar.width(), bar.height());
     m_zoomBar->raise();
     if (m_capsule->isVisible()) {
-        m_capsule->adjustSize();
         const QSize c = m_capsule->sizeHint();
         m_capsule->setGeometry(vp.center().x() - c.width() / 2, vp.top() + 14, c.width(),
                                c.height());

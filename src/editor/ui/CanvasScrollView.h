@@ -56,6 +56,23 @@ private:
     QToolButton* m_fit = nullptr;
 };
 
+// A short message in a dark pill floating at the top of the canvas.
+class CapsuleLabel : public QWidget {
+    Q_OBJECT
+
+public:
+    explicit CapsuleLabel(QWidget* parent);
+    void setText(const QString& text);
+    QString text() const { return m_text; }
+    QSize sizeHint() const override;
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+
+private:
+    QString m_text;
+};
+
 // The scrolling viewport around the canvas: zooms about the pointer with Ctrl+wheel, keeps an
 // image smaller than the viewport centred, reports the fit zoom to the model, and pans with the
 // hand tool.
@@ -100,7 +117,7 @@ private:
     AnnotationCanvas* m_canvas = nullptr;
     HandToolOverlay* m_hand = nullptr;
     ZoomBar* m_zoomBar = nullptr;
-    QLabel* m_capsule = nullptr;
+    CapsuleLabel* m_capsule = nullptr;
     std::optional<ZoomAnchor> m_pendingAnchor;
 };
 

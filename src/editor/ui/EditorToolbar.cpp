@@ -15,6 +15,7 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QScreen>
+#include <QShortcut>
 #include <QSlider>
 #include <QStyleOptionToolButton>
 #include <QStylePainter>
@@ -517,6 +518,7 @@ EditorToolbar::EditorToolbar(EditorModel& model, QWidget* parent)
         "#EditorToolbar QToolButton:hover { background: rgba(127,127,127,0.18); }"
         "#EditorToolbar QToolButton:checked { background: rgba(10,132,255,0.22); }"
         "#EditorToolbar QToolButton:disabled { background: transparent; }"
+        "#EditorToolbar QToolButton::menu-indicator { image: none; width: 0; }"
         "#EditorToolbar QToolButton#done { background: #0A84FF; color: white; font-weight: 600;"
         " padding: 5px 16px; }"
         "#EditorToolbar QToolButton#done:hover { background: #1F8FFF; }"
@@ -563,7 +565,7 @@ EditorToolbar::EditorToolbar(EditorModel& model, QWidget* parent)
     m_backgroundPopover = new BackgroundPopover(m_model, this);
     m_stroke = makeButton({}, tr("Stroke color and weight"));
     connect(m_stroke, &QToolButton::clicked, this, [this] { m_toolPopover->showBelow(m_stroke); });
-    m_text = makeButton(QStringLiteral("textformat"),
+    m_text = makeButton(QStringLiteral("textformat.size"),
                         tr("Text formatting: size, color, and background"));
     connect(m_text, &QToolButton::clicked, this, [this] { m_textPopover->showBelow(m_text); });
     m_backdrop = makeButton({}, tr("Backdrop"));
@@ -600,8 +602,8 @@ EditorToolbar::EditorToolbar(EditorModel& model, QWidget* parent)
     layout->addWidget(m_cancelCrop);
     layout->addStretch(1);
 
-    m_copyText = makeButton(QStringLiteral("text.viewfinder"), tr("Copy all text in the image"));
-    m_copyText->setPopupMode(QToolButton::MenuButtonPopup);
+    m_copyText = makeButton(QStringLiteral("text.viewfinder"), tr("Copy text"));
+    m_copyText->setPopupMode(QToolButton::InstantPopup);
     auto* textMenu = new QMenu(m_copyText);
     textMenu->setToolTipsVisible(true);
     QAction* all = textMenu->addAction(tr("Copy All Text"));
@@ -611,7 +613,6 @@ EditorToolbar::EditorToolbar(EditorModel& model, QWidget* parent)
     fromSelection->setToolTip(tr("Drag over text…"));
     connect(fromSelection, &QAction::triggered, this, &EditorToolbar::copyTextFromSelection);
     m_copyText->setMenu(textMenu);
-    connect(m_copyText, &QToolButton::clicked, this, &EditorToolbar::copyAllText);
     m_copyImage = makeButton(QStringLiteral("doc.on.doc"), tr("Copy the finished image"));
     connect(m_copyImage, &QToolButton::clicked, this, [this] {
         if (onCopy)
@@ -623,11 +624,9 @@ EditorToolbar::EditorToolbar(EditorModel& model, QWidget* parent)
     m_done->setToolTip(tr("Done (Ctrl+Return)"));
     m_done->setFocusPolicy(Qt::NoFocus);
     m_done->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Return));
-    auto* enterShortcut = new QAction(m_done);
-    enterShortcut->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Enter));
-    enterShortcut->setShortcutContext(Qt::WindowShortcut);
-    m_done->addAction(enterShortcut);
-    connect(enterShortcut, &QAction::triggered, m_done, &QToolButton::click);
+    // The keypad's Enter finishes too.
+    auto* enter = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_Enter), this);
+    connect(enter, &QShortcut::activated, m_done, &QToolButton::animateClick);
     connect(m_done, &QToolButton::clicked, this, [this] {
         if (onDone)
             onDone();
@@ -731,7 +730,7 @@ void EditorToolbar::showOcrResult(bool found) {
     QTimer::singleShot(1400, this, [this] {
         m_ocrResult.reset();
         m_copyText->setIcon(symbolIcon(QStringLiteral("text.viewfinder")));
-        m_copyText->setToolTip(tr("Copy all text in the image"));
+        m_copyText->setToolTip(tr("Copy text"));
     });
 }
 

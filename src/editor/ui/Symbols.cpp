@@ -76,6 +76,15 @@ void drawNamed(QPainter& p, const QString& n) {
         f.setWeight(QFont::DemiBold);
         p.setFont(f);
         p.drawText(QRectF(0, 1, 24, 22), Qt::AlignCenter, QStringLiteral("Aa"));
+    } else if (n == QLatin1String("textformat.size")) {
+        QFont f = p.font();
+        f.setWeight(QFont::DemiBold);
+        f.setPixelSize(17);
+        p.setFont(f);
+        p.drawText(QRectF(2, 1, 14, 22), Qt::AlignCenter, QStringLiteral("A"));
+        f.setPixelSize(11);
+        p.setFont(f);
+        p.drawText(QRectF(13, 7, 9, 15), Qt::AlignCenter, QStringLiteral("A"));
     } else if (n == QLatin1String("1.circle")) {
         p.drawEllipse(QRectF(3.5, 3.5, 17, 17));
         QFont f = p.font();

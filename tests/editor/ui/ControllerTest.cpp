@@ -115,4 +115,35 @@ TEST_F(ControllerTest, CopyPutsTheFinishedImageOnTheClipboardWithAToast) {
     EXPECT_EQ(QColor(pasted.pixel(400, 250)), QColor(20, 120, 200));
 }
 
+TEST_F(ControllerTest, AnArrowDrawnWithTheRealPointerIsInTheFinishedImage) {
+    std::optional<QImage> got;
+    AnnotationEditorController controller(
+        image, *store, [&](const std::optional<QImage>& result) { got = result; });
+    controller.show();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(controller.window()));
+    AnnotationCanvas* canvas = controller.view()->canvas();
+    const auto screen = [&](QPointF imagePoint) {
+        return canvas->mapToGlobal(canvas->toWidget(imagePoint)).toPoint();
+    };
+    const QPoint from = screen(QPointF(100, 400)), to = screen(QPointF(600, 100));
+    const QPoint mid = (from + to) / 2;
+    const auto num = [](int v) { return QString::number(v); };
+    ASSERT_EQ(run(QStringLiteral("xdotool"),
+                  {QStringLiteral("mousemove"), num(from.x()), num(from.y()),
+                   QStringLiteral("mousedown"), QStringLiteral("1"), QStringLiteral("mousemove"),
+                   num(mid.x()), num(mid.y()), QStringLiteral("mousemove"), num(to.x()),
+                   num(to.y()), QStringLiteral("mouseup"), QStringLiteral("1")})
+                  .exitCode,
+              0);
+    ASSERT_TRUE(waitUntil([&] { return controller.model().annotations().size() == 1; }));
+    ASSERT_EQ(run(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("ctrl+Return")})
+                  .exitCode,
+              0);
+    ASSERT_TRUE(waitUntil([&] { return got.has_value(); }));
+    // The shaft's middle is red in the export.
+    const QColor middle = got->pixel(350, 250);
+    EXPECT_GT(middle.red(), 200);
+    EXPECT_LT(middle.blue(), 120);
+}
+
 } // namespace
