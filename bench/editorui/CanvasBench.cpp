@@ -104,6 +104,19 @@ void fullRepaint(benchmark::State& state, std::optional<double> zoom) {
     state.counters["zoom %"] = scene.model->currentZoomPercent();
 }
 
+// One Ctrl+wheel notch on a reduced view: the new zoom and its first repaint.
+void BM_ZoomStep_Reduced(benchmark::State& state) {
+    Scene scene(40.0);
+    const QPointF pointer = scene.view->viewport()->rect().center();
+    double factor = std::exp(0.06);
+    for (auto _ : state) {
+        scene.view->zoomBy(factor, pointer);
+        QApplication::processEvents();
+        factor = 1 / factor; // in and out again, staying around 40 %
+    }
+}
+BENCHMARK(BM_ZoomStep_Reduced)->Unit(benchmark::kMillisecond)->UseRealTime();
+
 void BM_PenDrag_100(benchmark::State& state) {
     penDrag(state, 100.0);
 }

@@ -130,6 +130,9 @@ AnnotationCanvas::AnnotationCanvas(EditorModel& model, QWidget* parent)
     setAttribute(Qt::WA_OpaquePaintEvent);
     setMouseTracking(true);
     setFocusPolicy(Qt::ClickFocus);
+    m_scaledBaseTimer.setSingleShot(true);
+    m_scaledBaseTimer.setInterval(120);
+    connect(&m_scaledBaseTimer, &QTimer::timeout, this, &AnnotationCanvas::makeScaledBase);
     m_ocrMessageTimer.setSingleShot(true);
     m_ocrMessageTimer.setInterval(ocrMessageMs);
     connect(&m_ocrMessageTimer, &QTimer::timeout, this, [this] {
@@ -146,6 +149,7 @@ AnnotationCanvas::AnnotationCanvas(EditorModel& model, QWidget* parent)
     });
     connect(&m_model, &EditorModel::selectedIDsChanged, this, repaint);
     connect(&m_model, &EditorModel::cropEditChanged, this, repaint);
+    connect(&m_model, &EditorModel::cropRectChanged, this, repaint);
     connect(&m_model, &EditorModel::ocrSelectingChanged, this, [this] {
         updateCursor(mapFromGlobal(QCursor::pos()));
         Q_EMIT capsuleChanged();
@@ -170,6 +174,7 @@ void AnnotationCanvas::setScale(double scale) {
     if (!(scale > 0) || scale == m_scale)
         return;
     m_scale = scale;
+    m_scaledBaseTimer.start(); // wait for the zoom to settle before making the reduced copy
     resize(documentSize(scale));
     syncTextEditor();
     update();
@@ -202,14 +207,14 @@ QRectF AnnotationCanvas::toWidget(const QRectF& r) const {
 
 // --- Painting ---
 
-const QPixmap& AnnotationCanvas::scaledBase() {
-    if (m_scaledBaseScale != m_scale) {
-        const QSize size = (QSizeF(m_model.pixelSize()) * m_scale).toSize();
-        m_scaledBase = QPixmap::fromImage(
-            m_model.cgBase().scaled(size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation));
-        m_scaledBaseScale = m_scale;
-    }
-    return m_scaledBase;
+void AnnotationCanvas::makeScaledBase() {
+    if (m_scale >= 1 || m_scaledBaseScale == m_scale)
+        return;
+    const QSize size = (QSizeF(m_model.pixelSize()) * m_scale).toSize();
+    m_scaledBase = QPixmap::fromImage(
+        m_model.cgBase().scaled(size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation));
+    m_scaledBaseScale = m_scale;
+    update();
 }
 
 void AnnotationCanvas::paintEvent(QPaintEvent* event) {
@@ -218,15 +223,20 @@ void AnnotationCanvas::paintEvent(QPaintEvent* event) {
     painter.fillRect(dirty, palette().color(QPalette::Window).darker(112));
 
     const QRectF imageRect = toWidget(QRectF(QPointF(0, 0), QSizeF(m_model.pixelSize())));
-    if (m_scale < 1) {
+    if (m_scale < 1 && m_scaledBaseScale == m_scale) {
         // Reduced views show a box-filtered copy made once per zoom level: sharper than
         // sampling the full image on every paint, and far cheaper.
-        painter.drawPixmap(imageRect.topLeft(), scaledBase());
+        painter.drawPixmap(imageRect.topLeft(), m_scaledBase);
     } else {
+        // Only the exposed part of the capture is sampled. While the zoom is still changing,
+        // reduced views sample it directly and make their sharper copy once it settles.
+        if (m_scale < 1 && !m_scaledBaseTimer.isActive())
+            m_scaledBaseTimer.start();
         const QRectF source =
             QRectF(toImage(dirty.topLeft()), toImage(QPointF(dirty.bottomRight()) + QPointF(1, 1)))
                 .toAlignedRect()
                 .intersected(m_model.cgBase().rect());
+        painter.setRenderHint(QPainter::SmoothPixmapTransform, m_scale < 2);
         painter.drawImage(toWidget(source), m_model.cgBase(), source);
     }
 
@@ -267,8 +277,20 @@ void AnnotationCanvas::paintEvent(QPaintEvent* event) {
 
 void AnnotationCanvas::paintOverlays(QPainter& painter) {
     painter.setRenderHint(QPainter::Antialiasing);
-    if (m_model.cropEdit() && m_model.tool() == AnnotationTool::Crop)
+    if (m_model.cropEdit() && m_model.tool() == AnnotationTool::Crop) {
         drawCropFrame(painter, m_model.cropEdit()->normalized());
+    } else if (const auto crop = m_model.cropRect()) {
+        // What the crop leaves out fades into the background, so the kept part reads at once.
+        QPainterPath outside;
+        outside.addRect(toWidget(QRectF(QPointF(0, 0), QSizeF(m_model.pixelSize()))));
+        QPainterPath kept;
+        kept.addRect(toWidget(*crop));
+        QColor veil = palette().color(QPalette::Window).darker(112);
+        veil.setAlphaF(0.82f);
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(veil);
+        painter.drawPath(outside.subtracted(kept));
+    }
     drawSelection(painter);
 
     if (m_textEditID)
@@ -659,8 +681,7 @@ void AnnotationCanvas::endGesture(QPointF at) {
         commitDraft();
     } else {
         const AnnotationTool tool = m_model.tool();
-        const bool click =
-            distance(at, m_start) * std::max(m_scale, 1.0) < 4 || distance(at, m_start) < 4;
+        const bool click = distance(at, m_start) < 4;
         if (tool == AnnotationTool::Text && click)
             textClick(m_start);
         else if (tool == AnnotationTool::Step && !m_model.handToolActive())

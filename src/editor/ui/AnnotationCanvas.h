@@ -88,7 +88,7 @@ private:
     void updateCursor(QPointF widgetPoint);
     void syncTextEditor();
     void scheduleRepaint(const QRectF& imageRect);
-    const QPixmap& scaledBase();
+    void makeScaledBase();
 
     void paintOverlays(QPainter& painter);
     void drawSelection(QPainter& painter);
@@ -129,6 +129,7 @@ private:
 
     QPixmap m_scaledBase;
     double m_scaledBaseScale = 0;
+    QTimer m_scaledBaseTimer;
 };
 
 } // namespace qm
