@@ -208,11 +208,14 @@ QRectF AnnotationCanvas::toWidget(const QRectF& r) const {
 // --- Painting ---
 
 void AnnotationCanvas::makeScaledBase() {
-    if (m_scale >= 1 || m_scaledBaseScale == m_scale)
+    // Screen pixels per image pixel: on a high-density screen a 50 % view may be full size.
+    const double dpr = devicePixelRatioF();
+    if (m_scale * dpr >= 1 || m_scaledBaseScale == m_scale)
         return;
-    const QSize size = (QSizeF(m_model.pixelSize()) * m_scale).toSize();
-    m_scaledBase = QPixmap::fromImage(
-        m_model.cgBase().scaled(size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation));
+    const QSize size = (QSizeF(m_model.pixelSize()) * m_scale * dpr).toSize();
+    QImage reduced = m_model.cgBase().scaled(size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    reduced.setDevicePixelRatio(dpr);
+    m_scaledBase = QPixmap::fromImage(std::move(reduced));
     m_scaledBaseScale = m_scale;
     update();
 }
@@ -223,14 +226,15 @@ void AnnotationCanvas::paintEvent(QPaintEvent* event) {
     painter.fillRect(dirty, palette().color(QPalette::Window).darker(112));
 
     const QRectF imageRect = toWidget(QRectF(QPointF(0, 0), QSizeF(m_model.pixelSize())));
-    if (m_scale < 1 && m_scaledBaseScale == m_scale) {
+    const bool reduced = m_scale * devicePixelRatioF() < 1;
+    if (reduced && m_scaledBaseScale == m_scale) {
         // Reduced views show a box-filtered copy made once per zoom level: sharper than
         // sampling the full image on every paint, and far cheaper.
         painter.drawPixmap(imageRect.topLeft(), m_scaledBase);
     } else {
         // Only the exposed part of the capture is sampled. While the zoom is still changing,
         // reduced views sample it directly and make their sharper copy once it settles.
-        if (m_scale < 1 && !m_scaledBaseTimer.isActive())
+        if (reduced && !m_scaledBaseTimer.isActive())
             m_scaledBaseTimer.start();
         const QRectF source =
             QRectF(toImage(dirty.topLeft()), toImage(QPointF(dirty.bottomRight()) + QPointF(1, 1)))

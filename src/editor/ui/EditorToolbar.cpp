@@ -677,7 +677,9 @@ ToolGroupButton* EditorToolbar::groupButton(AnnotationTool tool) const {
 void EditorToolbar::selectTool(AnnotationTool tool) {
     m_model.commitPendingText();
     m_model.setTool(tool);
-    m_model.setSelectedID(std::nullopt);
+    // Picking the select tool keeps what is selected; a drawing tool starts afresh.
+    if (tool != AnnotationTool::Select)
+        m_model.setSelectedID(std::nullopt);
 }
 
 void EditorToolbar::refresh() {
