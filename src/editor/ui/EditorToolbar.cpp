@@ -321,7 +321,7 @@ void TextFormattingPopover::refresh() {
     std::sort(values.begin(), values.end());
     m_size->clear();
     for (double v : values)
-        m_size->addItem(QString::number(v) + QStringLiteral(" pt"), v);
+        m_size->addItem(QString::number(v), v);
     m_size->setCurrentIndex(m_size->findData(std::round(current)));
     m_colors->setCurrent(m_model.displayTextColor());
     m_chip->setChecked(m_model.displayTextHasBackground());
