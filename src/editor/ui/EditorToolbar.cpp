@@ -28,6 +28,7 @@ namespace qm {
 namespace {
 
 const QColor accent(10, 132, 255);
+const QSize previewBox(360, 200);
 
 QString toolTipFor(AnnotationTool tool) {
     const AnnotationToolInfo& info = toolInfo(tool);
@@ -337,6 +338,10 @@ BackgroundPopover::BackgroundPopover(EditorModel& model, QWidget* parent)
     layout->setContentsMargins(14, 12, 14, 12);
     layout->setSpacing(8);
     layout->addWidget(sectionTitle(tr("Backdrop"), this));
+    m_preview = new QLabel(this);
+    m_preview->setAlignment(Qt::AlignCenter);
+    m_preview->setMinimumSize(previewBox);
+    layout->addWidget(m_preview);
     auto* grid = new QGridLayout;
     grid->setSpacing(8);
     const QList<BackgroundPreset>& presets = BackgroundPreset::all();
@@ -426,8 +431,43 @@ BackgroundStyle BackgroundPopover::current() const {
     return m_model.background().value_or(m_model.savedBackgroundStyle());
 }
 
+void BackgroundPopover::showEvent(QShowEvent* event) {
+    // The marks cannot change while the popover is open: draw the finished image small once.
+    const QSize pixels = m_model.pixelSize();
+    QRectF area(QPointF(0, 0), QSizeF(pixels));
+    if (const auto crop = m_model.cropRect())
+        area = crop->intersected(area);
+    if (!area.isEmpty()) {
+        m_previewScale = std::min(double(previewBox.width() - 40) / area.width(),
+                                  double(previewBox.height() - 40) / area.height());
+        const QSize size = (area.size() * m_previewScale).toSize().expandedTo(QSize(1, 1));
+        QImage small(size, QImage::Format_ARGB32_Premultiplied);
+        small.fill(Qt::transparent);
+        QPainter painter(&small);
+        painter.setRenderHint(QPainter::SmoothPixmapTransform);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.scale(m_previewScale, m_previewScale);
+        painter.translate(-area.topLeft());
+        m_model.paint(painter);
+        painter.end();
+        m_previewImage = small;
+    }
+    refresh();
+    Popover::showEvent(event);
+}
+
 void BackgroundPopover::refresh() {
     m_refreshing = true;
+    if (!m_previewImage.isNull() && isVisible()) {
+        QImage shown = m_previewImage;
+        if (const auto bg = m_model.background()) {
+            BackgroundStyle small = *bg;
+            small.padding *= m_previewScale;
+            small.cornerRadius *= m_previewScale;
+            shown = EditorModel::applyBackground(m_previewImage, small);
+        }
+        m_preview->setPixmap(QPixmap::fromImage(shown));
+    }
     const auto bg = m_model.background();
     const BackgroundStyle s = current();
     for (qsizetype i = 0; i < m_presets.size(); ++i)

@@ -3,6 +3,7 @@
 #include "editor/model/Annotation.h"
 
 #include <QFrame>
+#include <QImage>
 #include <QList>
 #include <QPointer>
 #include <QToolButton>
@@ -97,10 +98,16 @@ public:
     BackgroundPopover(EditorModel& model, QWidget* parent);
     QList<QToolButton*> presetButtons() const { return m_presets; }
 
+protected:
+    void showEvent(QShowEvent* event) override;
+
 private:
     void refresh();
     BackgroundStyle current() const;
     EditorModel& m_model;
+    QLabel* m_preview = nullptr;
+    QImage m_previewImage; // the finished image without backdrop, small
+    double m_previewScale = 1;
     QList<QToolButton*> m_presets;
     QSlider* m_padding = nullptr;
     QSlider* m_radius = nullptr;
