@@ -223,9 +223,16 @@ void AnnotationCanvas::makeScaledBase() {
 void AnnotationCanvas::paintEvent(QPaintEvent* event) {
     QPainter painter(this);
     const QRect dirty = event->rect();
-    painter.fillRect(dirty, palette().color(QPalette::Window).darker(112));
+    // The viewport behind the canvas sets this colour, so margins and viewport match.
+    painter.fillRect(dirty, palette().color(QPalette::Window));
 
     const QRectF imageRect = toWidget(QRectF(QPointF(0, 0), QSizeF(m_model.pixelSize())));
+    // A soft edge lifts the capture off the background.
+    painter.setPen(Qt::NoPen);
+    for (int i = 6; i >= 1; --i) {
+        painter.setBrush(QColor(0, 0, 0, 7 + 3 * (6 - i)));
+        painter.drawRect(imageRect.adjusted(-i, -i + 2, i, i + 2));
+    }
     const bool reduced = m_scale * devicePixelRatioF() < 1;
     if (reduced && m_scaledBaseScale == m_scale) {
         // Reduced views show a box-filtered copy made once per zoom level: sharper than
@@ -289,7 +296,7 @@ void AnnotationCanvas::paintOverlays(QPainter& painter) {
         outside.addRect(toWidget(QRectF(QPointF(0, 0), QSizeF(m_model.pixelSize()))));
         QPainterPath kept;
         kept.addRect(toWidget(*crop));
-        QColor veil = palette().color(QPalette::Window).darker(112);
+        QColor veil = palette().color(QPalette::Window);
         veil.setAlphaF(0.82f);
         painter.setPen(Qt::NoPen);
         painter.setBrush(veil);
