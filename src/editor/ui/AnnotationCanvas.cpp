@@ -708,6 +708,17 @@ void AnnotationCanvas::commitDraft() {
     const QRectF bounds = draft.bounds();
     if (!(bounds.width() > minimumDraftSize || bounds.height() > minimumDraftSize))
         return; // a click, not a shape
+    // Strokes and arrows get generous bounds for hitting; a click with them would still leave
+    // an invisible mark, so those are dropped as well.
+    if (const auto* arrow = draft.as<Annotation::Arrow>();
+        arrow && AnnotationRenderer::arrowPolygon(arrow->start, arrow->end, 1).isEmpty())
+        return;
+    if (const auto* line = draft.as<Annotation::Line>(); line && line->start == line->end)
+        return;
+    if (const auto* pen = draft.as<Annotation::Pen>(); pen && pen->points.size() < 2)
+        return;
+    if (const auto* hl = draft.as<Annotation::Highlight>(); hl && hl->points.size() < 2)
+        return;
     m_model.beginChange();
     m_model.appendAnnotation(draft);
 }

@@ -17,13 +17,21 @@
 
 namespace qm {
 
-// The top-level editor window; tells its controller when the user closes it.
+// The top-level editor window; tells its controller when the user closes it. It keeps the
+// document alive until its own widgets are gone, since it is deleted later than the
+// controller that opened it may be.
 class EditorWindow final : public QWidget {
 public:
-    explicit EditorWindow(std::function<void()> onClose)
+    EditorWindow(std::shared_ptr<EditorModel> model, std::function<void()> onClose)
         : QWidget(nullptr, Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
                                Qt::WindowCloseButtonHint | Qt::WindowMaximizeButtonHint)
+        , m_model(std::move(model))
         , m_onClose(std::move(onClose)) {}
+    ~EditorWindow() override {
+        // The widgets watch the document: they go first.
+        qDeleteAll(findChildren<QWidget*>(Qt::FindDirectChildrenOnly));
+    }
+    void forgetController() { m_onClose = nullptr; }
 
 protected:
     void closeEvent(QCloseEvent* event) override {
@@ -33,6 +41,7 @@ protected:
     }
 
 private:
+    std::shared_ptr<EditorModel> m_model;
     std::function<void()> m_onClose;
 };
 
@@ -51,11 +60,12 @@ AnnotationEditorController::AnnotationEditorController(const QImage& image, Sett
     : QObject(parent)
     , m_onFinish(std::move(onFinish))
     , m_onToast(std::move(onToast))
-    , m_model(std::make_unique<EditorModel>(image, settings)) {}
+    , m_model(std::make_shared<EditorModel>(image, settings)) {}
 
 AnnotationEditorController::~AnnotationEditorController() {
     // Deferred: the controller may be destroyed from a handler running inside the window.
     if (m_window) {
+        m_window->forgetController();
         m_window->hide();
         m_window->deleteLater();
     }
@@ -87,7 +97,7 @@ void AnnotationEditorController::show() {
     if (m_finished)
         return;
     if (!m_window) {
-        m_window = new EditorWindow([this] { windowWillClose(); });
+        m_window = new EditorWindow(m_model, [this] { windowWillClose(); });
         m_window->setWindowTitle(tr("Quillmark Editor"));
         m_window->setMinimumSize(minimumSize);
         auto* layout = new QVBoxLayout(m_window);
@@ -135,6 +145,7 @@ void AnnotationEditorController::complete(bool save) {
     }
     if (m_window) {
         m_window->close();
+        m_window->forgetController();
         m_window->deleteLater();
         m_window.clear();
     }
@@ -152,6 +163,7 @@ void AnnotationEditorController::windowWillClose() {
     // Reported once the window has finished closing, so the receiver may destroy us.
     QTimer::singleShot(0, this, [this] {
         if (m_window) {
+            m_window->forgetController();
             m_window->deleteLater();
             m_window.clear();
         }

@@ -62,7 +62,8 @@ private:
 
     FinishCallback m_onFinish;
     ToastCallback m_onToast;
-    std::unique_ptr<EditorModel> m_model;
+    // Shared with the window, which may outlive the controller by a turn of the event loop.
+    std::shared_ptr<EditorModel> m_model;
     QPointer<EditorWindow> m_window;
     QPointer<AnnotationEditorView> m_view;
     bool m_finished = false;

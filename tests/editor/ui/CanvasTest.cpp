@@ -98,6 +98,13 @@ TEST_F(CanvasTest, DraftsSmallerThanSixPixelsBothWaysAreDropped) {
     drag(QPointF(100, 100), QPointF(107, 102));
     ASSERT_EQ(model->annotations().size(), 1);
     EXPECT_EQ(rectOf(model->annotations()[0].id()), QRectF(100, 100, 7, 2));
+
+    // A click with the arrow or pen would leave nothing visible: no mark.
+    for (AnnotationTool tool : {AnnotationTool::Arrow, AnnotationTool::Pen}) {
+        model->setTool(tool);
+        click(QPointF(400, 400));
+    }
+    EXPECT_EQ(model->annotations().size(), 1);
 }
 
 TEST_F(CanvasTest, AWholeMoveIsOneUndoStep) {
