@@ -122,4 +122,21 @@ TEST_F(ToolbarTest, UndoRedoAndDoneHaveTheirShortcuts) {
     EXPECT_TRUE(waitUntil([&] { return done; }));
 }
 
+TEST_F(ToolbarTest, CopyTextCommandsReportTheirOutcome) {
+    open(); // a plain light capture: nothing to read
+    QMenu* menu = toolbar()->copyTextButton()->menu();
+    ASSERT_EQ(menu->actions().size(), 2);
+    EXPECT_EQ(menu->actions()[0]->toolTip(), QStringLiteral("Copy all text in the image"));
+    menu->actions()[0]->trigger();
+    ASSERT_TRUE(
+        waitUntil([&] { return toolbar()->ocrResult().has_value(); }, std::chrono::seconds(30)));
+    EXPECT_FALSE(*toolbar()->ocrResult());
+    // The outcome shows only briefly.
+    EXPECT_TRUE(waitUntil([&] { return !toolbar()->ocrResult().has_value(); }));
+
+    EXPECT_EQ(menu->actions()[1]->text(), QStringLiteral("Copy Text from Selection"));
+    menu->actions()[1]->trigger();
+    EXPECT_TRUE(model->ocrSelecting());
+}
+
 } // namespace
