@@ -313,7 +313,15 @@ TextFormattingPopover::TextFormattingPopover(EditorModel& model, QWidget* parent
     refresh();
 }
 
+void TextFormattingPopover::showEvent(QShowEvent* event) {
+    refresh();
+    Popover::showEvent(event);
+}
+
 void TextFormattingPopover::refresh() {
+    // Text marks change on every keystroke; a closed popover catches up when it opens.
+    if (!isVisible())
+        return;
     m_refreshing = true;
     const double current = m_model.displayFontSize();
     QList<double> values = sizes();
@@ -676,13 +684,15 @@ EditorToolbar::EditorToolbar(EditorModel& model, QWidget* parent)
     layout->addSpacing(8);
     layout->addWidget(m_done);
 
-    for (auto signal : {&EditorModel::toolChanged, &EditorModel::selectedIDsChanged,
-                        &EditorModel::selectedIDChanged, &EditorModel::historyChanged,
-                        &EditorModel::colorChanged, &EditorModel::annotationsChanged,
-                        &EditorModel::cropEditChanged, &EditorModel::backgroundChanged,
-                        &EditorModel::editingTextIDChanged, &EditorModel::ocrSelectingChanged})
+    for (auto signal :
+         {&EditorModel::toolChanged, &EditorModel::selectedIDsChanged,
+          &EditorModel::selectedIDChanged, &EditorModel::historyChanged, &EditorModel::colorChanged,
+          &EditorModel::annotationsChanged, &EditorModel::cropEditChanged,
+          &EditorModel::editingTextIDChanged, &EditorModel::ocrSelectingChanged})
         connect(&m_model, signal, this, &EditorToolbar::refresh);
+    connect(&m_model, &EditorModel::backgroundChanged, this, &EditorToolbar::refreshBackdrop);
     refresh();
+    refreshBackdrop();
 }
 
 QToolButton* EditorToolbar::makeButton(const QString& symbol, const QString& tooltip) {
@@ -729,15 +739,15 @@ void EditorToolbar::refresh() {
     const AnnotationTool config = m_model.configurationTool();
     const bool strokeApplies = isColorStyled(config) && config != AnnotationTool::Text;
     m_stroke->setEnabled(strokeApplies);
-    m_stroke->setIcon(colorDotIcon(strokeApplies ? m_model.displayColor() : QColor(160, 160, 160)));
+    // Icons are remade only when what they show changes: this runs on every edit.
+    const QColor dot = strokeApplies ? m_model.displayColor() : QColor(160, 160, 160);
+    if (dot != m_strokeIconColor) {
+        m_stroke->setIcon(colorDotIcon(dot));
+        m_strokeIconColor = dot;
+    }
     m_stroke->setToolTip(config == AnnotationTool::Step ? tr("Badge color")
                                                         : tr("Stroke color and weight"));
     m_text->setEnabled(config == AnnotationTool::Text || m_model.hasTargetedText());
-    const auto bg = m_model.background();
-    m_backdrop->setIcon(gradientIcon(
-        BackgroundPreset::colorsFor(bg ? bg->presetID : m_model.savedBackgroundStyle().presetID),
-        bg.has_value()));
-    m_backdrop->setChecked(false);
     m_undo->setEnabled(m_model.canUndo());
     m_redo->setEnabled(m_model.canRedo());
     m_delete->setEnabled(!m_model.selectedIDs().isEmpty());
@@ -745,6 +755,16 @@ void EditorToolbar::refresh() {
     m_applyCrop->setVisible(cropping);
     m_cancelCrop->setVisible(cropping);
     m_copyText->setEnabled(!m_ocrRunning);
+}
+
+void EditorToolbar::refreshBackdrop() {
+    const auto bg = m_model.background();
+    const QString preset = bg ? bg->presetID : m_model.savedBackgroundStyle().presetID;
+    const QString backdropKey = preset + (bg ? QStringLiteral(":on") : QStringLiteral(":off"));
+    if (backdropKey != m_backdropIconKey) {
+        m_backdrop->setIcon(gradientIcon(BackgroundPreset::colorsFor(preset), bg.has_value()));
+        m_backdropIconKey = backdropKey;
+    }
 }
 
 void EditorToolbar::copyAllText() {

@@ -81,6 +81,9 @@ public:
     static const QList<double>& sizes(); // 12 … 144
     TextFormattingPopover(EditorModel& model, QWidget* parent);
 
+protected:
+    void showEvent(QShowEvent* event) override;
+
 private:
     void refresh();
     EditorModel& m_model;
@@ -171,6 +174,7 @@ private:
     QToolButton* makeButton(const QString& symbol, const QString& tooltip);
     void selectTool(AnnotationTool tool);
     void refresh();
+    void refreshBackdrop();
     void showOcrResult(bool found);
 
     EditorModel& m_model;
@@ -192,6 +196,8 @@ private:
     BackgroundPopover* m_backgroundPopover = nullptr;
     std::optional<bool> m_ocrResult;
     bool m_ocrRunning = false;
+    QColor m_strokeIconColor;
+    QString m_backdropIconKey;
 };
 
 } // namespace qm
