@@ -14,9 +14,7 @@
 #include "platform/sound/SoundPlayer.h"
 
 #include <QApplication>
-#include <QDesktopServices>
 #include <QTimer>
-#include <QUrl>
 #include <cstdio>
 
 int main(int argc, char** argv) {
@@ -73,10 +71,8 @@ int main(int argc, char** argv) {
     qm::ToastCenter toasts;
 
     qm::AppModel model({preferences, captureManager, contentCache, hotkeys, *sounds, toasts});
-    // Recent captures open in the desktop's image viewer until the editor can take them.
-    qm::TrayController tray(model, preferences, [](const QString& path) {
-        QDesktopServices::openUrl(QUrl::fromLocalFile(path));
-    });
+    qm::TrayController tray(model, preferences,
+                            [&model](const QString& path) { model.openEditor(path); });
 
     model.configure();
     model.registerHotkeys();

@@ -62,6 +62,17 @@ std::optional<QString> savePNG(const QImage& image, const QString& named, const 
     return writePNG(image, named, folder, QStringLiteral("Quillmark save error: "));
 }
 
+bool overwritePNG(const QImage& image, const QString& path) {
+    const auto bytes = pngData(image);
+    if (!bytes)
+        return false;
+    if (const auto error = writeAtomically(path, *bytes)) {
+        qCWarning(lcSave).noquote() << QStringLiteral("Quillmark save error: ") + *error;
+        return false;
+    }
+    return true;
+}
+
 std::optional<QString> writeTempPNG(const QImage& image, const QString& named) {
     return writePNG(image, named, QDir::tempPath(), QStringLiteral("Quillmark temp write error: "));
 }

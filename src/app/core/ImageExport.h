@@ -27,6 +27,10 @@ std::optional<QByteArray> pngData(const QImage& image);
 // never leaves half a capture, while a second capture in the same second replaces the first.
 std::optional<QString> savePNG(const QImage& image, const QString& named, const QString& folder);
 
+// Writes the image over an existing file (an edited capture going back to its file), with
+// the same all-or-nothing replacement. False, and a log line, when it cannot be written.
+bool overwritePNG(const QImage& image, const QString& path);
+
 // The same into the temporary folder, for handing a capture to other programs.
 std::optional<QString> writeTempPNG(const QImage& image, const QString& named);
 

@@ -10,9 +10,12 @@
 #include "capture/ui/CaptureFlash.h"
 #include "capture/ui/CountdownController.h"
 #include "capture/ui/SelectionOverlayController.h"
+#include "editor/ui/AnnotationEditorController.h"
 #include "platform/sound/SoundPlayer.h"
 
 #include <QFileInfo>
+#include <QImageReader>
+#include <QTimer>
 
 namespace qm {
 
@@ -278,8 +281,28 @@ void AppModel::finish(const QImage& image, const QString& label) {
     if (prefs.playCaptureSound())
         m_services.sounds.play(SystemSound::Grab);
 
-    // "Open editor after capture" and "Show quick access overlay" hand the image to the editor
-    // or to a floating card once those exist; until then every capture is saved right here.
+    if (prefs.openEditorAfterCapture()) {
+        openEditor(image, [this, label](std::optional<QImage> edited) {
+            if (edited)
+                finishEdited(*edited, label);
+        });
+        setStatus(label + QStringLiteral(" captured — editing"));
+        return;
+    }
+    // "Show quick access overlay" hands the capture to a floating card once cards exist;
+    // until then the capture is saved right here.
+    saveNow(image, label);
+}
+
+void AppModel::finishEdited(const QImage& image, const QString& label) {
+    if (m_services.preferences.copyToClipboardAfterCapture())
+        ImageExport::copyToPasteboard(image);
+    // With cards on, the edited image becomes a card once cards exist; until then it is saved.
+    saveNow(image, label);
+}
+
+void AppModel::saveNow(const QImage& image, const QString& label) {
+    Preferences& prefs = m_services.preferences;
     const auto saved =
         ImageExport::savePNG(image, ImageExport::screenshotPrefix, prefs.outputDirectory());
     if (!saved) {
@@ -295,6 +318,49 @@ void AppModel::finish(const QImage& image, const QString& label) {
     m_services.toasts.present(QStringLiteral("Saved to ") +
                                   QFileInfo(prefs.outputDirectory()).fileName(),
                               QStringLiteral("square.and.arrow.down"));
+}
+
+void AppModel::openEditor(const QImage& image,
+                          std::function<void(std::optional<QImage>)> onComplete) {
+    // The report names its controller, which only exists once constructed.
+    auto self = std::make_shared<AnnotationEditorController*>(nullptr);
+    auto controller = std::make_unique<AnnotationEditorController>(
+        image, m_services.preferences.store(),
+        [this, self, onComplete = std::move(onComplete)](const std::optional<QImage>& result) {
+            if (onComplete)
+                onComplete(result);
+            // Let go of the controller once its report has been delivered.
+            QTimer::singleShot(0, this, [this, done = *self] {
+                std::erase_if(m_editorControllers,
+                              [done](const auto& c) { return c.get() == done; });
+            });
+        },
+        [this](const QString& text, const QString& symbol) {
+            m_services.toasts.present(text, symbol);
+        });
+    *self = controller.get();
+    AnnotationEditorController* raw = controller.get();
+    m_editorControllers.push_back(std::move(controller));
+    raw->show();
+}
+
+void AppModel::openEditor(const QString& path) {
+    QImageReader reader(path);
+    reader.setAutoTransform(true);
+    const QImage image = reader.read();
+    if (image.isNull()) {
+        setStatus(QStringLiteral("Cannot open ") + QFileInfo(path).fileName());
+        return;
+    }
+    openEditor(image, [this, path](std::optional<QImage> edited) {
+        if (!edited)
+            return;
+        if (!ImageExport::overwritePNG(*edited, path))
+            return setStatus(QStringLiteral("Could not save ") + QFileInfo(path).fileName());
+        m_services.sounds.play(SystemSound::Grab);
+        m_services.toasts.present(QStringLiteral("Saved"), QStringLiteral("square.and.arrow.down"));
+        Q_EMIT libraryRevisionChanged(++m_libraryRevision);
+    });
 }
 
 void AppModel::fail(const CaptureFailure& failure) {

@@ -7,11 +7,14 @@
 #include <QImage>
 #include <QObject>
 #include <QString>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace qm {
 
+class AnnotationEditorController;
 class CountdownController;
 class HotkeyManager;
 class Preferences;
@@ -49,6 +52,15 @@ public:
     void runHotkey(HotkeyAction action);
     void run(const Command& command);
 
+    // Opens an editor on the image; onComplete gets the finished image, or nothing when the
+    // window was closed.
+    void openEditor(const QImage& image, std::function<void(std::optional<QImage>)> onComplete);
+    // Opens an editor on a saved capture and writes the result back over the same file.
+    void openEditor(const QString& path);
+    const std::vector<std::unique_ptr<AnnotationEditorController>>& editorControllers() const {
+        return m_editorControllers;
+    }
+
     QString lastStatus() const { return m_lastStatus; }
     std::optional<QString> lastSavedURL() const { return m_lastSavedURL; }
     int libraryRevision() const { return m_libraryRevision; }
@@ -75,11 +87,15 @@ private:
     void delayedLiveCapture(const DisplayCapture& frozen, const SelectionResult& selection,
                             int seconds);
     void finish(const QImage& image, const QString& label);
+    void finishEdited(const QImage& image, const QString& label);
+    void saveNow(const QImage& image, const QString& label);
     void fail(const CaptureFailure& failure);
 
     Services m_services;
     std::unique_ptr<SelectionOverlayController> m_overlay;
     std::unique_ptr<CountdownController> m_countdown;
+    // Open editors stay alive here until they report.
+    std::vector<std::unique_ptr<AnnotationEditorController>> m_editorControllers;
 
     QString m_lastStatus;
     std::optional<QString> m_lastSavedURL;

@@ -2,6 +2,7 @@
 
 #include "TestSupport.h"
 #include "X11TestDesktop.h"
+#include "app/core/ImageExport.h"
 #include "app/core/Preferences.h"
 #include "app/hotkeys/HotkeyManager.h"
 #include "app/toast/ToastCenter.h"
@@ -10,6 +11,8 @@
 #include "capture/core/ShareableContentCache.h"
 #include "capture/ui/CountdownController.h"
 #include "capture/ui/SelectionOverlayController.h"
+#include "editor/model/EditorModel.h"
+#include "editor/ui/AnnotationEditorController.h"
 #include "platform/capture/CaptureBackendChoice.h"
 #include "platform/null/NullCaptureBackend.h"
 #include "platform/shortcuts/GlobalShortcutBackend.h"
@@ -78,6 +81,46 @@ TEST_F(AppModelTest, ACaptureIsCopiedAnnouncedAndSaved) {
     EXPECT_EQ(sounds.heard, std::vector<SystemSound>{SystemSound::Grab});
     EXPECT_EQ(toastText(), QStringLiteral("Saved to Shots"));
     EXPECT_TRUE(QGuiApplication::clipboard()->mimeData()->hasFormat(QStringLiteral("image/png")));
+}
+
+TEST_F(AppModelTest, WithTheEditorOnTheEditedImageIsWhatGetsSaved) {
+    prefs.setOpenEditorAfterCapture(true);
+    model->perform(CaptureKind::Fullscreen);
+    ASSERT_TRUE(waitForStatus());
+    EXPECT_EQ(model->lastStatus(), QStringLiteral("Full screen captured — editing"));
+    ASSERT_EQ(model->editorControllers().size(), 1u);
+    EXPECT_FALSE(model->lastSavedURL());
+
+    // Closing the editor keeps nothing; Done on a second capture saves the edited image.
+    model->editorControllers().front()->complete(false);
+    ASSERT_TRUE(test::waitUntil([&] { return model->editorControllers().empty(); }));
+    EXPECT_FALSE(model->lastSavedURL());
+
+    model->perform(CaptureKind::Fullscreen);
+    ASSERT_TRUE(test::waitUntil([&] { return model->editorControllers().size() == 1; }));
+    EditorModel& doc = model->editorControllers().front()->model();
+    doc.setBackground(BackgroundStyle{});
+    model->editorControllers().front()->complete(true);
+    ASSERT_TRUE(test::waitUntil([&] { return model->libraryRevision() == 1; }));
+    EXPECT_TRUE(model->lastStatus().startsWith(QStringLiteral("Full screen saved → ")));
+    // The backdrop grew the image: the file is the edited one, not the capture.
+    EXPECT_GT(QImage(*model->lastSavedURL()).width(), 1280);
+}
+
+TEST_F(AppModelTest, EditingASavedCaptureWritesItBack) {
+    QImage original(200, 100, QImage::Format_RGB32);
+    original.fill(Qt::white);
+    const auto path =
+        ImageExport::savePNG(original, QStringLiteral("Quillmark"), prefs.outputDirectory());
+    ASSERT_TRUE(path);
+    model->openEditor(*path);
+    ASSERT_EQ(model->editorControllers().size(), 1u);
+    model->editorControllers().front()->model().setBackground(BackgroundStyle{});
+    model->editorControllers().front()->complete(true);
+    ASSERT_TRUE(test::waitUntil([&] { return model->libraryRevision() == 1; }));
+    EXPECT_GT(QImage(*path).width(), 200);
+    EXPECT_EQ(toastText(), QStringLiteral("Saved"));
+    EXPECT_EQ(sounds.heard, std::vector<SystemSound>{SystemSound::Grab});
 }
 
 TEST_F(AppModelTest, AFailedSaveStillReportsTheCaptureAsCopied) {

@@ -6,6 +6,7 @@
 #include <QFileInfo>
 #include <QImage>
 #include <QProcess>
+#include <QSettings>
 #include <QTest>
 #include <QTime>
 #include <gtest/gtest.h>
@@ -123,6 +124,8 @@ protected:
     void SetUp() override {
         ASSERT_TRUE(pattern.ok());
         QDir(kPictures).removeRecursively();
+        // Every test starts from the default settings.
+        QFile::remove(QDir::homePath() + QStringLiteral("/.config/quillworks/Quillmark.conf"));
     }
 };
 
@@ -242,6 +245,71 @@ TEST_F(CaptureWorkflow, CommandLineAndSessionBusReachTheOneInstance) {
     EXPECT_EQ(wrong.exitCode, 2);
     EXPECT_EQ(wrong.err.count('\n'), 1);
     EXPECT_TRUE(wrong.err.contains("delay"));
+}
+
+// The visible window with this title: its id and geometry.
+std::optional<std::pair<QString, QRect>> windowNamed(const QString& title) {
+    const auto found = test::run(QStringLiteral("xdotool"),
+                                 {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                                  QStringLiteral("--name"), title});
+    const QString id = QString::fromLatin1(found.out).section(u'\n', 0, 0).trimmed();
+    if (id.isEmpty())
+        return std::nullopt;
+    const auto shell = test::run(QStringLiteral("xdotool"), {QStringLiteral("getwindowgeometry"),
+                                                             QStringLiteral("--shell"), id});
+    QRect r;
+    for (const QString& line : QString::fromLatin1(shell.out).split(u'\n')) {
+        const int v = line.section(u'=', 1).toInt();
+        if (line.startsWith(QLatin1String("X=")))
+            r.moveLeft(v);
+        else if (line.startsWith(QLatin1String("Y=")))
+            r.moveTop(v);
+        else if (line.startsWith(QLatin1String("WIDTH=")))
+            r.setWidth(v);
+        else if (line.startsWith(QLatin1String("HEIGHT=")))
+            r.setHeight(v);
+    }
+    return std::pair{id, r};
+}
+
+TEST_F(CaptureWorkflow, TheEditorOpensAfterACaptureAndItsArrowIsSaved) {
+    QSettings(QDir::homePath() + QStringLiteral("/.config/quillworks/Quillmark.conf"),
+              QSettings::IniFormat)
+        .setValue(QStringLiteral("afterCapture.editor"), true);
+    Program app;
+    ASSERT_TRUE(app.ready());
+    key(QStringLiteral("ctrl+shift+9"));
+    std::optional<std::pair<QString, QRect>> editor;
+    ASSERT_TRUE(test::waitUntil([&] {
+        return (editor = windowNamed(QStringLiteral("Quillmark Editor"))).has_value();
+    })) << app.log().toStdString();
+    EXPECT_TRUE(captures().isEmpty()) << "nothing is saved while the editor is open";
+
+    // Draw an arrow across the middle of the canvas with the real pointer, then Done.
+    QTest::qWait(500);
+    const QRect r = editor->second;
+    const int y = r.center().y();
+    xdotool({QStringLiteral("mousemove"), QString::number(r.left() + r.width() * 3 / 10),
+             QString::number(y), QStringLiteral("mousedown"), QStringLiteral("1"),
+             QStringLiteral("mousemove"), QString::number(r.center().x()), QString::number(y),
+             QStringLiteral("mousemove"), QString::number(r.left() + r.width() * 7 / 10),
+             QString::number(y), QStringLiteral("mouseup"), QStringLiteral("1")});
+    xdotool({QStringLiteral("key"), QStringLiteral("--window"), editor->first,
+             QStringLiteral("ctrl+Return")});
+    const QString saved = waitForCapture(1);
+    ASSERT_FALSE(saved.isEmpty()) << app.log().toStdString();
+
+    // The arrow's red is in the file, far more often than the desktop pattern has it.
+    const QImage image(saved);
+    EXPECT_EQ(image.size(), QSize(1280, 800));
+    int red = 0;
+    for (int py = 0; py < image.height(); ++py)
+        for (int px = 0; px < image.width(); ++px) {
+            const QColor c = image.pixelColor(px, py);
+            if (c.red() > 240 && std::abs(c.green() - 59) < 8 && std::abs(c.blue() - 48) < 8)
+                ++red;
+        }
+    EXPECT_GT(red, 500);
 }
 
 TEST_F(CaptureWorkflow, AShortcutHeldElsewhereIsLoggedAndTheOthersStillWork) {
