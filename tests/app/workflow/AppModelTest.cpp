@@ -5,6 +5,7 @@
 #include "app/core/ImageExport.h"
 #include "app/core/Preferences.h"
 #include "app/hotkeys/HotkeyManager.h"
+#include "app/shell/TrayController.h"
 #include "app/toast/ToastCenter.h"
 #include "app/toast/ToastView.h"
 #include "capture/core/ScreenCaptureManager.h"
@@ -21,6 +22,7 @@
 #include <QClipboard>
 #include <QFileInfo>
 #include <QGuiApplication>
+#include <QMenu>
 #include <QMimeData>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -206,6 +208,55 @@ TEST_F(AppModelTest, TheAreaShortcutHeldByAnotherProgramIsNoticed) {
     ASSERT_EQ(other->grab(1, '4', Qt::ControlModifier | Qt::ShiftModifier), 0);
     model->registerHotkeys();
     EXPECT_TRUE(model->desktopOwnsAreaShortcut());
+}
+
+QStringList titles(const QMenu* menu) {
+    QStringList result;
+    for (const QAction* a : menu->actions())
+        result << (a->isSeparator() ? QStringLiteral("-") : a->text());
+    return result;
+}
+
+TEST_F(AppModelTest, TheTrayMenuFollowsTheModel) {
+    QStringList opened;
+    TrayController tray(*model, prefs, [&](const QString& path) { opened << path; });
+    tray.rebuildMenu();
+    EXPECT_EQ(titles(tray.menu()),
+              (QStringList{QStringLiteral("Capture Area"), QStringLiteral("Capture Window"),
+                           QStringLiteral("Capture Fullscreen"), QStringLiteral("-"),
+                           QStringLiteral("Self-Timer"), QStringLiteral("-"),
+                           QStringLiteral("About Quillmark"), QStringLiteral("Quit Quillmark")}));
+    EXPECT_EQ(tray.menu()->actions().at(0)->shortcut().toString(QKeySequence::NativeText),
+              QStringLiteral("Ctrl+Shift+4"));
+    const QMenu* timer = tray.menu()->actions().at(4)->menu();
+    ASSERT_TRUE(timer);
+    EXPECT_EQ(titles(timer).size(), 4);
+
+    // A changed shortcut shows in the menu.
+    prefs.setHotkey({0, CarbonModifier::Command | CarbonModifier::Option, QStringLiteral("A")},
+                    HotkeyAction::Region);
+    tray.rebuildMenu();
+    EXPECT_EQ(tray.menu()->actions().at(0)->shortcut().toString(QKeySequence::NativeText),
+              QStringLiteral("Ctrl+Alt+A"));
+
+    // After a saved capture: the recent list, the folder item and the status line.
+    model->perform(CaptureKind::Fullscreen);
+    ASSERT_TRUE(test::waitUntil([&] { return model->libraryRevision() == 1; }));
+    tray.rebuildMenu();
+    const QStringList after = titles(tray.menu());
+    EXPECT_TRUE(after.contains(QStringLiteral("Recent Captures")));
+    EXPECT_TRUE(after.contains(QStringLiteral("Show Last in Folder")));
+    EXPECT_TRUE(after.contains(model->lastStatus()));
+    QMenu* recent = nullptr;
+    for (QAction* a : tray.menu()->actions())
+        if (a->text() == QLatin1String("Recent Captures"))
+            recent = a->menu();
+    ASSERT_TRUE(recent);
+    ASSERT_EQ(recent->actions().size(), 1);
+    EXPECT_EQ(recent->actions().front()->text(),
+              QFileInfo(*model->lastSavedURL()).completeBaseName());
+    recent->actions().front()->trigger();
+    EXPECT_EQ(opened, QStringList{*model->lastSavedURL()});
 }
 
 } // namespace
