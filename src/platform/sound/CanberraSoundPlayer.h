@@ -8,7 +8,8 @@ struct ca_context;
 
 namespace qm {
 
-// Plays theme sounds through libcanberra (PulseAudio/PipeWire, else ALSA).
+// Plays theme sounds through libcanberra, only via the sound server (PulseAudio, or PipeWire
+// through its Pulse interface).
 class CanberraSoundPlayer final : public SoundPlayer {
 public:
     // A player connected to the sound system, or nothing when no backend can be opened.

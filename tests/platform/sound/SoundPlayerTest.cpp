@@ -3,6 +3,7 @@
 #include "TestSupport.h"
 
 #include <QProcess>
+#include <QTest>
 #include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -16,14 +17,19 @@ bool soundServerRunning() {
     return run(QStringLiteral("pactl"), {QStringLiteral("info")}).exitCode == 0;
 }
 
-// Listens to what the test sound server plays (its null sink's monitor).
+// Listens to what the test sound server plays (its null sink's monitor) and counts the separate
+// sounds heard. The recorder asks for a short latency: by default parec asks for two-second
+// fragments, the null sink then renders two seconds of silence ahead into its monitor, and the
+// start of a sound played just after the recorder connects is lost to the rewind (a short one
+// such as "bell" entirely).
 class SinkListener {
 public:
     SinkListener() {
         process_.start(QStringLiteral("parec"),
                        {QStringLiteral("--device=ci_sink.monitor"), QStringLiteral("--raw"),
                         QStringLiteral("--format=s16le"), QStringLiteral("--channels=1"),
-                        QStringLiteral("--rate=16000")});
+                        QStringLiteral("--rate=%1").arg(kRate),
+                        QStringLiteral("--latency-msec=20")});
     }
     ~SinkListener() {
         process_.kill();
@@ -36,26 +42,45 @@ public:
     bool listening() {
         return waitUntil([&] { return consume(), received_ > 0; });
     }
-    // True when something audible arrived before the deadline.
-    bool heardSomething() {
-        return waitUntil([&] { return consume(), loud_; }, std::chrono::seconds(5));
+    // True when the count of separate sounds heard reaches `count` before the deadline.
+    bool heard(int count) {
+        return waitUntil([&] { return consume(), sounds_ >= count; }, std::chrono::seconds(5));
+    }
+    int soundsHeard() {
+        consume();
+        return sounds_;
     }
 
 private:
+    static constexpr int kRate = 16000;
+    static constexpr qsizetype kBlockSamples = kRate / 100; // 10 ms
+    static constexpr int kQuietBlocksBetweenSounds = 20;    // 200 ms of silence
+    static constexpr int kLoud = 300;
+
     void consume() {
-        const QByteArray bytes = process_.readAllStandardOutput();
-        received_ += bytes.size();
-        for (qsizetype i = 0; i + 1 < bytes.size(); i += 2) {
-            std::int16_t sample;
-            std::memcpy(&sample, bytes.constData() + i, sizeof sample);
-            if (std::abs(int(sample)) > 300)
-                loud_ = true;
+        pending_ += process_.readAllStandardOutput();
+        received_ += pending_.size();
+        const qsizetype blockBytes = kBlockSamples * qsizetype(sizeof(std::int16_t));
+        qsizetype offset = 0;
+        for (; offset + blockBytes <= pending_.size(); offset += blockBytes) {
+            bool loud = false;
+            for (qsizetype i = 0; i < kBlockSamples; ++i) {
+                std::int16_t sample;
+                std::memcpy(&sample, pending_.constData() + offset + i * 2, sizeof sample);
+                loud = loud || std::abs(int(sample)) > kLoud;
+            }
+            if (loud && quietBlocks_ >= kQuietBlocksBetweenSounds)
+                ++sounds_;
+            quietBlocks_ = loud ? 0 : quietBlocks_ + 1;
         }
+        pending_.remove(0, offset);
     }
 
     QProcess process_;
+    QByteArray pending_;
     qint64 received_ = 0;
-    bool loud_ = false;
+    int quietBlocks_ = kQuietBlocksBetweenSounds;
+    int sounds_ = 0;
 };
 
 TEST(SoundPlayerTest, EverySoundNameRingsThroughTheSoundServer) {
@@ -69,10 +94,27 @@ TEST(SoundPlayerTest, EverySoundNameRingsThroughTheSoundServer) {
         SinkListener listener;
         ASSERT_TRUE(listener.listening());
         player->play(*sound);
-        EXPECT_TRUE(listener.heardSomething())
+        EXPECT_TRUE(listener.heard(1))
             << name << " (" << soundEventId(*sound).toStdString() << ") was not heard";
     }
     EXPECT_FALSE(systemSoundNamed(u"Basso"));
+}
+
+// A countdown's ticks one second apart and then the capture sound, on one player: each is heard.
+TEST(SoundPlayerTest, CountdownTicksAndTheCaptureSoundAreEachHeard) {
+    if (!soundServerRunning())
+        GTEST_SKIP() << "needs the test sound server (scripts/test-services.sh)";
+    const std::unique_ptr<SoundPlayer> player = makeSoundPlayer();
+    SinkListener listener;
+    ASSERT_TRUE(listener.listening());
+    for (int tick = 1; tick <= 3; ++tick) {
+        player->play(SystemSound::Tink);
+        EXPECT_TRUE(listener.heard(tick)) << "tick " << tick << " was not heard";
+        QTest::qWait(1000);
+    }
+    player->play(SystemSound::Grab);
+    EXPECT_TRUE(listener.heard(4)) << "the capture sound was not heard";
+    EXPECT_EQ(listener.soundsHeard(), 4);
 }
 
 TEST(SoundPlayerTest, WithoutASoundServerPlayingIsSilent) {
