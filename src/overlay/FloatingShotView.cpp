@@ -44,9 +44,12 @@ FloatingShotView::FloatingShotView(const QImage& image, bool animateIn, Actions 
     setWindowTitle(QStringLiteral("Quillmark Capture"));
     makeFloatingWindow(this, PointerInput::Accept);
     setAttribute(Qt::WA_DeleteOnClose);
+    // The card's program is rarely the active one; its tool-tips show all the same.
+    setAttribute(Qt::WA_AlwaysShowToolTips);
     setFixedSize(panelSize);
 
     m_thumbnail = new DragSourceView(this);
+    m_thumbnail->setAttribute(Qt::WA_AlwaysShowToolTips);
     m_thumbnail->setGeometry(padding, padding, cardWidth, cardHeight);
     m_thumbnail->configure(image, m_actions.onAnnotate, m_actions.fileURL, m_actions.fullImage);
 
@@ -82,6 +85,7 @@ HoverIconButton* FloatingShotView::addButton(const QString& name, const QString&
                                              const std::function<void()>& action) {
     auto* button = new HoverIconButton(symbol, help, this);
     button->setObjectName(name);
+    button->setAttribute(Qt::WA_AlwaysShowToolTips);
     connect(button, &QAbstractButton::clicked, this, [action] {
         if (action)
             action();

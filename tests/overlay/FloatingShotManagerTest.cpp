@@ -13,6 +13,7 @@
 #include <QBuffer>
 #include <QClipboard>
 #include <QCursor>
+#include <QDBusConnection>
 #include <QDir>
 #include <QDragEnterEvent>
 #include <QDropEvent>
@@ -74,6 +75,16 @@ QImage pngFromClipboard() {
              QStringLiteral("image/png"), QStringLiteral("-o")});
     return QImage::fromData(out.out, "PNG");
 }
+
+// The desktop's file manager, as far as showing files goes: none is installed here.
+class FakeFileManager final : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.FileManager1")
+public:
+    QStringList shown;
+public Q_SLOTS:
+    void ShowItems(const QStringList& uris, const QString&) { shown += uris; }
+};
 
 // A window in another program's place: takes drops of files.
 class DropTarget final : public QWidget {
@@ -380,4 +391,62 @@ TEST_F(FloatingShotManagerTest, DraggingTheThumbnailDropsTheSavedFile) {
     ASSERT_TRUE(waitUntil([&] { return xdotoolRun.state() == QProcess::NotRunning; }));
 }
 
+TEST_F(FloatingShotManagerTest, ShowInFolderSavesAgainWhenTheFirstSaveFailed) {
+    FakeFileManager files;
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    ASSERT_TRUE(bus.registerObject(QStringLiteral("/org/freedesktop/FileManager1"), &files,
+                                   QDBusConnection::ExportAllSlots));
+    ASSERT_TRUE(bus.registerService(QStringLiteral("org.freedesktop.FileManager1")));
+
+    // The save folder cannot be made: a file stands where its parent should be.
+    QFile blocker(dir.filePath(QStringLiteral("blocker")));
+    ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
+    blocker.close();
+    preferences.setOutputDirectory(blocker.fileName() + QStringLiteral("/Quillmark"));
+    LogCapture log;
+    const auto card = manager.present(makeScreenshotLikeImage(500, 300));
+    ASSERT_TRUE(waitUntil([&] { return !card->initialSave; }));
+    EXPECT_FALSE(card->savedURL);
+    EXPECT_TRUE(log.contains(QStringLiteral("Quillmark save error: ")));
+    EXPECT_TRUE(saved.isEmpty());
+
+    preferences.setOutputDirectory(dir.filePath(QStringLiteral("Elsewhere")));
+    auto* reveal = button(card, "revealButton");
+    EXPECT_EQ(reveal->toolTip(), QStringLiteral("Show in Folder"));
+    click(reveal);
+    ASSERT_TRUE(waitUntil([&] { return !files.shown.isEmpty(); }));
+    ASSERT_TRUE(card->savedURL);
+    EXPECT_EQ(QFileInfo(*card->savedURL).absolutePath(), preferences.outputDirectory());
+    EXPECT_EQ(files.shown, QStringList{QUrl::fromLocalFile(*card->savedURL).toString()});
+    EXPECT_EQ(saved, QStringList{*card->savedURL});
+
+    bus.unregisterService(QStringLiteral("org.freedesktop.FileManager1"));
+    bus.unregisterObject(QStringLiteral("/org/freedesktop/FileManager1"));
+}
+
+// Runs last: it takes a monitor away and puts it back.
+TEST_F(FloatingShotManagerTest, CardsPinnedToAMonitorThatGoesAwayMoveToTheRemainingOne) {
+    pointerTo(right->geometry().center());
+    const auto card = manager.present(makeScreenshotLikeImage(500, 300));
+    manager.togglePin(card);
+    ASSERT_TRUE(waitUntil([&] { return placed(card, slot(right, 0)); }));
+    pointerTo(left->geometry().center());
+
+    ASSERT_EQ(run(QStringLiteral("xrandr"), {QStringLiteral("--delmonitor"), QStringLiteral("qm1")})
+                  .exitCode,
+              0);
+    ASSERT_TRUE(waitUntil([&] { return QGuiApplication::screens().size() == 1; }));
+    EXPECT_FALSE(card->pinnedScreen);
+    EXPECT_TRUE(waitUntil([&] { return placed(card, slot(left, 0)); }));
+
+    ASSERT_EQ(run(QStringLiteral("xrandr"),
+                  {QStringLiteral("--setmonitor"), QStringLiteral("qm1"),
+                   QStringLiteral("1280/338x1024/270+1920+0"), QStringLiteral("none")})
+                  .exitCode,
+              0);
+    EXPECT_TRUE(waitUntil([&] { return QGuiApplication::screens().size() == 2; }));
+}
+
 } // namespace
+
+#include "FloatingShotManagerTest.moc"
