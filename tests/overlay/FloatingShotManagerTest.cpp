@@ -39,11 +39,22 @@ void xdotool(const QStringList& args) {
     ASSERT_EQ(run(QStringLiteral("xdotool"), args).exitCode, 0) << args.join(u' ').toStdString();
 }
 
-// No scale factors here, so logical points are the X server's pixels.
+// X server pixels of a logical point: on X11 Qt keeps each screen's top-left in device pixels
+// and scales only within it.
+QPoint toDevice(QPoint global) {
+    QScreen* screen = QGuiApplication::screenAt(global);
+    if (!screen)
+        return global;
+    const QPointF origin = screen->geometry().topLeft();
+    const QPointF device = origin + (QPointF(global) - origin) * screen->devicePixelRatio();
+    return device.toPoint();
+}
+
 void pointerTo(QPoint global) {
+    const QPoint device = toDevice(global);
     xdotool(
-        {QStringLiteral("mousemove"), QString::number(global.x()), QString::number(global.y())});
-    ASSERT_TRUE(waitUntil([&] { return QCursor::pos() == global; }));
+        {QStringLiteral("mousemove"), QString::number(device.x()), QString::number(device.y())});
+    ASSERT_TRUE(waitUntil([&] { return (QCursor::pos() - global).manhattanLength() <= 1; }));
 }
 
 void click(QWidget* widget) {
@@ -192,8 +203,9 @@ TEST_F(FloatingShotManagerTest, UnpinnedCardsFollowThePointerToAnotherMonitorPin
     EXPECT_EQ(manager.currentScreen(), right);
     EXPECT_EQ(roaming->panel->screen(), right);
     EXPECT_TRUE(placed(pinned, slot(left, 0)));
-    // qm1 is 1024 high at y 0: its bottom-left slot differs from qm0's.
-    EXPECT_EQ(slot(right, 0), QPoint(1920 + 20, 1024 - 20 - 176));
+    // qm1 is 1024 pixels high at y 0: its bottom-left slot differs from qm0's.
+    const int high = int(1024 / right->devicePixelRatio());
+    EXPECT_EQ(slot(right, 0), QPoint(1920 + 20, high - 20 - 176));
 
     // Unpinned, the card joins the others under the pointer, below the newer one.
     manager.togglePin(pinned);
@@ -218,20 +230,22 @@ TEST_F(FloatingShotManagerTest, AutoDismissPausesWhileHoveredAndStartsOverOnLeav
     EXPECT_FALSE(lasting->dismissTask.isActive()) << "0 keeps the card until closed";
     manager.dismiss(lasting);
 
-    preferences.setOverlayDismissSeconds(2);
+    preferences.setOverlayDismissSeconds(3);
     const auto card = manager.present(makeScreenshotLikeImage(400, 300));
-    ASSERT_TRUE(waitUntil([&] { return placed(card, slot(left, 0)); }));
-    QTest::qWait(1000);
+    // Half-way through its time the pointer comes to rest on the card...
+    QTest::qWait(1500);
+    ASSERT_EQ(manager.items().size(), 1u);
     pointerTo(card->panel->geometry().center());
     ASSERT_TRUE(waitUntil([&] { return card->panel->hovering(); }));
-    // Hovered past its time, the card stays.
-    QTest::qWait(2500);
+    // ...which stays well past its time.
+    QTest::qWait(3500);
     ASSERT_TRUE(manager.items().size() == 1 && card->panel && card->panel->isVisible());
 
-    // Leaving starts the full time over: half of it later the card is still there.
+    // Leaving starts the full time over: later than the remaining half would have lasted, the
+    // card is still there.
     pointerTo(left->geometry().center());
     ASSERT_TRUE(waitUntil([&] { return !card->panel->hovering(); }));
-    QTest::qWait(1000);
+    QTest::qWait(2000);
     EXPECT_EQ(manager.items().size(), 1u);
     QPointer<FloatingShotView> panel = card->panel;
     ASSERT_TRUE(waitUntil([&] { return !panel; }, std::chrono::seconds(5)));
