@@ -107,9 +107,14 @@ void DragSourceView::runDrag(const QString& file) {
         drag->setHotSpot(QPoint(int(picture.deviceIndependentSize().width() / 2),
                                 int(picture.deviceIndependentSize().height() / 2)));
     }
+    if (onDragChanged)
+        onDragChanged(true);
     drag->exec(Qt::CopyAction);
-    if (self)
-        m_gesture.dragEnded();
+    if (!self)
+        return;
+    m_gesture.dragEnded();
+    if (onDragChanged)
+        onDragChanged(false);
 }
 
 } // namespace qm

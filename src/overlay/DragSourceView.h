@@ -23,6 +23,8 @@ public:
                    DragOutGesture::FileProvider fileURL, DragOutGesture::ImageProvider fullImage);
     QImage image() const { return m_image; }
     DragOutGesture& gesture() { return m_gesture; }
+    // Told when a drag out begins and ends.
+    std::function<void(bool dragging)> onDragChanged;
     // 0..1: how far the hover shading has faded in.
     void setHoverProgress(double progress);
 

@@ -52,6 +52,7 @@ FloatingShotView::FloatingShotView(const QImage& image, bool animateIn, Actions 
     m_thumbnail->setAttribute(Qt::WA_AlwaysShowToolTips);
     m_thumbnail->setGeometry(padding, padding, cardWidth, cardHeight);
     m_thumbnail->configure(image, m_actions.onAnnotate, m_actions.fileURL, m_actions.fullImage);
+    m_thumbnail->onDragChanged = [this](bool dragging) { setDragging(dragging); };
 
     m_close = addButton(QStringLiteral("closeButton"), QStringLiteral("xmark"),
                         QStringLiteral("Close"), m_actions.onClose);
@@ -145,8 +146,15 @@ void FloatingShotView::setHovering(bool hovering) {
     m_hoverAnimation.setStartValue(m_hoverProgress);
     m_hoverAnimation.setEndValue(hovering ? 1.0 : 0.0);
     m_hoverAnimation.start();
-    if (m_actions.onHoverChanged)
+    if (m_actions.onHoverChanged && !m_dragging)
         m_actions.onHoverChanged(hovering);
+}
+
+void FloatingShotView::setDragging(bool dragging) {
+    // A card being dragged out counts as hovered: it must not dismiss itself under the drag.
+    m_dragging = dragging;
+    if (m_actions.onHoverChanged)
+        m_actions.onHoverChanged(dragging || m_hovering);
 }
 
 void FloatingShotView::applyHoverProgress(double progress) {

@@ -63,6 +63,7 @@ protected:
 
 private:
     void setHovering(bool hovering);
+    void setDragging(bool dragging);
     void applyHoverProgress(double progress);
     void placeButtons();
     HoverIconButton* addButton(const QString& name, const QString& symbol, const QString& help,
@@ -80,6 +81,7 @@ private:
     QVariantAnimation m_hoverAnimation;
     double m_hoverProgress = 0.0;
     bool m_hovering = false;
+    bool m_dragging = false;
     bool m_pinned = false;
     bool m_animateIn = false;
     bool m_appeared = false;

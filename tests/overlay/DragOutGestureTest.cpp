@@ -127,17 +127,4 @@ TEST_F(DragOutGestureTest, OnlyTheNewestPressesEncodingIsDragged) {
         QFile::remove(QDir(QDir::tempPath()).filePath(name));
 }
 
-TEST_F(DragOutGestureTest, ReleaseBeforeTheFileIsReadyIsAClickAndNeverDrags) {
-    configure(std::nullopt, makeScreenshotLikeImage(1600, 1000));
-    QSignalSpy finished(&gesture, &DragOutGesture::encodingFinished);
-    gesture.press({20, 20});
-    gesture.move({21, 22});
-    gesture.release();
-    EXPECT_EQ(clicks, 1);
-    ASSERT_TRUE(waitUntil([&] { return finished.size() == 1; }));
-    EXPECT_TRUE(dragged.isEmpty());
-    if (const auto file = gesture.pendingURL())
-        QFile::remove(*file);
-}
-
 } // namespace

@@ -383,6 +383,8 @@ TEST_F(FloatingShotManagerTest, DraggingTheThumbnailDropsTheSavedFile) {
     const auto card = manager.present(makeScreenshotLikeImage(800, 500));
     ASSERT_TRUE(waitSaved(card));
     ASSERT_TRUE(waitUntil([&] { return placed(card, slot(left, 0)); }));
+    // A short countdown that would run out while the drag is still going on.
+    preferences.setOverlayDismissSeconds(1);
     QWidget* thumbnail = card->panel->findChild<QWidget*>(QStringLiteral("thumbnail"));
     const QPoint from = thumbnail->mapToGlobal(thumbnail->rect().center());
     const QPoint to = target.geometry().center();
@@ -395,14 +397,16 @@ TEST_F(FloatingShotManagerTest, DraggingTheThumbnailDropsTheSavedFile) {
         gesture << QStringLiteral("sleep") << QStringLiteral("0.05") << QStringLiteral("mousemove")
                 << QString::number(at.x()) << QString::number(at.y());
     }
-    gesture << QStringLiteral("sleep") << QStringLiteral("0.2") << QStringLiteral("mouseup")
+    gesture << QStringLiteral("sleep") << QStringLiteral("1.6") << QStringLiteral("mouseup")
             << QStringLiteral("1");
     QProcess xdotoolRun;
     xdotoolRun.start(QStringLiteral("xdotool"), gesture);
     ASSERT_TRUE(waitUntil([&] { return !target.dropped.isEmpty(); }));
     EXPECT_EQ(target.dropped, QList<QUrl>{QUrl::fromLocalFile(*card->savedURL)});
-    EXPECT_EQ(manager.items().size(), 1u) << "dragging out keeps the card";
+    EXPECT_EQ(manager.items().size(), 1u) << "a card being dragged out does not dismiss itself";
     ASSERT_TRUE(waitUntil([&] { return xdotoolRun.state() == QProcess::NotRunning; }));
+    // Once the drag is over, the countdown runs again.
+    EXPECT_TRUE(waitUntil([&] { return manager.items().empty(); }));
 }
 
 TEST_F(FloatingShotManagerTest, ShowInFolderSavesAgainWhenTheFirstSaveFailed) {
