@@ -8,6 +8,7 @@
 #include "app/toast/ToastCenter.h"
 #include "app/workflow/AppModel.h"
 #include "capture/core/ScreenCaptureManager.h"
+#include "overlay/FloatingShotManager.h"
 #include "capture/core/ShareableContentCache.h"
 #include "platform/capture/CaptureBackendChoice.h"
 #include "platform/shortcuts/GlobalShortcutBackend.h"
@@ -69,8 +70,9 @@ int main(int argc, char** argv) {
 
     auto sounds = qm::makeSoundPlayer();
     qm::ToastCenter toasts;
+    qm::FloatingShotManager cards(preferences, toasts);
 
-    qm::AppModel model({preferences, captureManager, contentCache, hotkeys, *sounds, toasts});
+    qm::AppModel model({preferences, captureManager, contentCache, hotkeys, *sounds, toasts, cards});
     qm::TrayController tray(model, preferences,
                             [&model](const QString& path) { model.openEditor(path); });
 

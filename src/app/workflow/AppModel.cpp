@@ -11,9 +11,12 @@
 #include "capture/ui/CountdownController.h"
 #include "capture/ui/SelectionOverlayController.h"
 #include "editor/ui/AnnotationEditorController.h"
+#include "library/ocr/TextRecognizer.h"
+#include "overlay/FloatingShotManager.h"
 #include "platform/sound/SoundPlayer.h"
 
 #include <QFileInfo>
+#include <QFutureWatcher>
 #include <QImageReader>
 #include <QTimer>
 
@@ -64,6 +67,30 @@ void AppModel::configure() {
     // The display server answers without asking the user, so the window list can be warmed
     // at once: the first selection then opens without waiting for it.
     m_services.contentCache.prewarm();
+
+    FloatingShotManager& cards = m_services.cards;
+    cards.onSaved = [this](const QString& path) {
+        m_lastSavedURL = path;
+        Q_EMIT lastSavedURLChanged();
+        Q_EMIT libraryRevisionChanged(++m_libraryRevision);
+        setStatus(QStringLiteral("Saved → ") + QFileInfo(path).fileName());
+    };
+    cards.onLibraryChanged = [this] { Q_EMIT libraryRevisionChanged(++m_libraryRevision); };
+    cards.onAnnotate = [this](const QImage& image, std::function<void(const QImage&)> done) {
+        openEditor(image, [done = std::move(done)](std::optional<QImage> edited) {
+            if (edited && done)
+                done(*edited);
+        });
+    };
+    cards.onRecognizeText = [this](const QImage& image,
+                                   std::function<void(std::optional<QString>)> done) {
+        auto* watcher = new QFutureWatcher<std::optional<QString>>(this);
+        connect(watcher, &QFutureWatcherBase::finished, this, [watcher, done = std::move(done)] {
+            done(watcher->result());
+            watcher->deleteLater();
+        });
+        watcher->setFuture(TextRecognizer::textAsync(image));
+    };
     connect(&m_services.preferences, &Preferences::quillmarkHotkeysChanged, this,
             &AppModel::registerHotkeys);
 }
@@ -289,15 +316,22 @@ void AppModel::finish(const QImage& image, const QString& label) {
         setStatus(label + QStringLiteral(" captured — editing"));
         return;
     }
-    // "Show quick access overlay" hands the capture to a floating card once cards exist;
-    // until then the capture is saved right here.
+    if (prefs.showQuickAccessOverlay()) {
+        // The card saves the file itself and reports it through onSaved.
+        m_services.cards.present(image);
+        setStatus(label + QStringLiteral(" captured — pinned to screen"));
+        return;
+    }
     saveNow(image, label);
 }
 
 void AppModel::finishEdited(const QImage& image, const QString& label) {
     if (m_services.preferences.copyToClipboardAfterCapture())
         ImageExport::copyToPasteboard(image);
-    // With cards on, the edited image becomes a card once cards exist; until then it is saved.
+    if (m_services.preferences.showQuickAccessOverlay()) {
+        m_services.cards.present(image);
+        return;
+    }
     saveNow(image, label);
 }
 

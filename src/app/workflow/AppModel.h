@@ -16,6 +16,7 @@ namespace qm {
 
 class AnnotationEditorController;
 class CountdownController;
+class FloatingShotManager;
 class HotkeyManager;
 class Preferences;
 class ScreenCaptureManager;
@@ -36,6 +37,7 @@ public:
         HotkeyManager& hotkeys;
         SoundPlayer& sounds;
         ToastCenter& toasts;
+        FloatingShotManager& cards;
     };
 
     explicit AppModel(Services services, QObject* parent = nullptr);
