@@ -8,8 +8,8 @@
 #include "app/toast/ToastCenter.h"
 #include "app/workflow/AppModel.h"
 #include "capture/core/ScreenCaptureManager.h"
-#include "overlay/FloatingShotManager.h"
 #include "capture/core/ShareableContentCache.h"
+#include "overlay/FloatingShotManager.h"
 #include "platform/capture/CaptureBackendChoice.h"
 #include "platform/shortcuts/GlobalShortcutBackend.h"
 #include "platform/sound/SoundPlayer.h"
@@ -72,7 +72,8 @@ int main(int argc, char** argv) {
     qm::ToastCenter toasts;
     qm::FloatingShotManager cards(preferences, toasts);
 
-    qm::AppModel model({preferences, captureManager, contentCache, hotkeys, *sounds, toasts, cards});
+    qm::AppModel model(
+        {preferences, captureManager, contentCache, hotkeys, *sounds, toasts, cards});
     qm::TrayController tray(model, preferences,
                             [&model](const QString& path) { model.openEditor(path); });
 

@@ -14,11 +14,14 @@
 #include "capture/ui/SelectionOverlayController.h"
 #include "editor/model/EditorModel.h"
 #include "editor/ui/AnnotationEditorController.h"
+#include "overlay/FloatingShotManager.h"
+#include "overlay/FloatingShotView.h"
 #include "platform/capture/CaptureBackendChoice.h"
 #include "platform/null/NullCaptureBackend.h"
 #include "platform/shortcuts/GlobalShortcutBackend.h"
 #include "platform/sound/SoundPlayer.h"
 
+#include <QAbstractButton>
 #include <QClipboard>
 #include <QFileInfo>
 #include <QGuiApplication>
@@ -53,12 +56,16 @@ protected:
     HotkeyManager hotkeys{*shortcuts};
     HeardSounds sounds;
     ToastCenter toasts;
+    FloatingShotManager cards{prefs, toasts};
     std::unique_ptr<AppModel> model;
 
     void SetUp() override {
         prefs.setOutputDirectory(dir.filePath(QStringLiteral("Shots")));
+        // Most routes are easiest to see with captures saved at once; the card route has its
+        // own tests.
+        prefs.setShowQuickAccessOverlay(false);
         model = std::make_unique<AppModel>(
-            AppModel::Services{prefs, capture, cache, hotkeys, sounds, toasts});
+            AppModel::Services{prefs, capture, cache, hotkeys, sounds, toasts, cards});
     }
     QString toastText() const { return toasts.window() ? toasts.window()->text() : QString(); }
     bool waitForStatus() {
@@ -125,6 +132,48 @@ TEST_F(AppModelTest, EditingASavedCaptureWritesItBack) {
     EXPECT_EQ(sounds.heard, std::vector<SystemSound>{SystemSound::Grab});
 }
 
+TEST_F(AppModelTest, WithCardsOnACaptureBecomesACardThatSavesItself) {
+    prefs.setShowQuickAccessOverlay(true);
+    prefs.setCopyToClipboardAfterCapture(false);
+    model->configure();
+    model->perform(CaptureKind::Fullscreen);
+    ASSERT_TRUE(waitForStatus());
+    EXPECT_EQ(model->lastStatus(), QStringLiteral("Full screen captured — pinned to screen"));
+    ASSERT_EQ(cards.items().size(), 1u);
+
+    // The card's own save reports back: the file is there before the status names it.
+    ASSERT_TRUE(test::waitUntil([&] { return model->libraryRevision() == 1; }));
+    ASSERT_TRUE(model->lastSavedURL());
+    EXPECT_TRUE(QFileInfo::exists(*model->lastSavedURL()));
+    EXPECT_EQ(model->lastStatus(),
+              QStringLiteral("Saved → ") + QFileInfo(*model->lastSavedURL()).fileName());
+
+    // The card's copy button, clicked with the real pointer, puts the capture on the
+    // clipboard for other programs.
+    FloatingShotView* card = cards.items().front()->panel;
+    ASSERT_TRUE(card);
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(card));
+    auto* copyButton = card->findChild<QAbstractButton*>(QStringLiteral("copyButton"));
+    ASSERT_TRUE(copyButton);
+    const QPoint at = copyButton->mapToGlobal(copyButton->rect().center());
+    // Hovering reveals the buttons; then click.
+    test::run(QStringLiteral("xdotool"), {QStringLiteral("mousemove"), QString::number(at.x() - 30),
+                                          QString::number(at.y() - 30)});
+    QTest::qWait(400);
+    test::run(QStringLiteral("xdotool"),
+              {QStringLiteral("mousemove"), QString::number(at.x()), QString::number(at.y())});
+    QTest::qWait(400);
+    test::run(QStringLiteral("xdotool"), {QStringLiteral("click"), QStringLiteral("1")});
+    ASSERT_TRUE(test::waitUntil([&] { return toastText() == QLatin1String("Copied"); }))
+        << toastText().toStdString();
+    const auto png =
+        test::run(QStringLiteral("xclip"),
+                  {QStringLiteral("-selection"), QStringLiteral("clipboard"), QStringLiteral("-t"),
+                   QStringLiteral("image/png"), QStringLiteral("-o")});
+    EXPECT_EQ(QImage::fromData(png.out, "PNG").convertToFormat(QImage::Format_RGB32),
+              QImage(*model->lastSavedURL()).convertToFormat(QImage::Format_RGB32));
+}
+
 TEST_F(AppModelTest, AFailedSaveStillReportsTheCaptureAsCopied) {
     prefs.setCopyToClipboardAfterCapture(false);
     prefs.setPlayCaptureSound(false);
@@ -148,7 +197,7 @@ TEST_F(AppModelTest, AFailingGrabIsReportedWithItsReason) {
     platform::NullCaptureBackend refusing(QStringLiteral("Screen capture is switched off."));
     ShareableContentCache nullCache{refusing};
     ScreenCaptureManager nullCapture{refusing, nullCache};
-    AppModel failing({prefs, nullCapture, nullCache, hotkeys, sounds, toasts});
+    AppModel failing({prefs, nullCapture, nullCache, hotkeys, sounds, toasts, cards});
 
     test::LogCapture log;
     failing.perform(CaptureKind::Region);
