@@ -33,6 +33,10 @@ void DragSourceView::configure(const QImage& image, std::function<void()> onClic
                                DragOutGesture::ImageProvider fullImage) {
     if (image != m_image) {
         m_image = image;
+        // A tiny copy, drawn enlarged, is a soft blur of the capture.
+        m_backdrop = image.isNull() ? QImage()
+                                    : image.scaled(QSize(24, 24), Qt::KeepAspectRatioByExpanding,
+                                                   Qt::SmoothTransformation);
         update();
     }
     m_gesture.configure(image, std::move(onClick), std::move(fileURL), std::move(fullImage));
@@ -52,8 +56,16 @@ void DragSourceView::paintEvent(QPaintEvent*) {
     card.addRoundedRect(bounds, cornerRadius, cornerRadius);
     painter.setClipPath(card);
     painter.fillRect(bounds, QColor(30, 30, 33));
-    if (!m_image.isNull())
+    if (!m_image.isNull()) {
+        // Where the capture's shape leaves bands, a dimmed blur of it fills them.
+        const QSizeF filled =
+            QSizeF(m_backdrop.size()).scaled(bounds.size(), Qt::KeepAspectRatioByExpanding);
+        painter.drawImage(
+            QRectF(bounds.center() - QPointF(filled.width() / 2, filled.height() / 2), filled),
+            m_backdrop);
+        painter.fillRect(bounds, QColor(18, 18, 20, 150));
         painter.drawImage(fitted(QSizeF(m_image.size()), bounds), m_image);
+    }
 
     if (m_hover > 0.0) {
         // Shade the top and bottom so the white symbols read on any capture.

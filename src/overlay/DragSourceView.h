@@ -38,6 +38,7 @@ private:
     void runDrag(const QString& file);
 
     QImage m_image;
+    QImage m_backdrop;
     DragOutGesture m_gesture;
     double m_hover = 0.0;
 };

@@ -81,6 +81,13 @@ FloatingShotManager::FloatingShotManager(Preferences& preferences, ToastCenter& 
     // A monitor that goes away takes its pins with it; its cards move to a remaining one.
     connect(qGuiApp, &QGuiApplication::screenRemoved, this,
             [this] { QTimer::singleShot(0, this, &FloatingShotManager::layout); });
+    // Panels and docks that come and go change where the corner is.
+    auto watch = [this](QScreen* screen) {
+        connect(screen, &QScreen::availableGeometryChanged, this, &FloatingShotManager::layout);
+    };
+    for (QScreen* screen : QGuiApplication::screens())
+        watch(screen);
+    connect(qGuiApp, &QGuiApplication::screenAdded, this, watch);
 }
 
 FloatingShotManager::~FloatingShotManager() {

@@ -72,6 +72,7 @@ public:
     std::function<void(const QString& path)> onSaved;
     std::function<void(const QImage& image)> onAIQuery;
     std::function<void()> onLibraryChanged;
+    // Set before the first card: without it, cards show the copy-text button disabled.
     RecognizeTextCallback onRecognizeText;
 
     // Shows a new card for a capture and starts saving it.

@@ -9,6 +9,8 @@
 #include <QPainterPath>
 #include <QPropertyAnimation>
 #include <QRegion>
+#include <QScreen>
+#include <QWindow>
 
 namespace qm {
 
@@ -79,6 +81,11 @@ FloatingShotView::FloatingShotView(const QImage& image, bool animateIn, Actions 
     connect(&m_hoverAnimation, &QVariantAnimation::valueChanged, this,
             [this](const QVariant& value) { applyHoverProgress(value.toDouble()); });
     applyHoverProgress(0.0);
+
+    // The window system keeps the shape in its own pixels: a card that moves to a monitor of
+    // another scale needs it made again, or most of the card would be cut away.
+    winId();
+    connect(windowHandle(), &QWindow::screenChanged, this, [this] { applyShape(); });
 }
 
 HoverIconButton* FloatingShotView::addButton(const QString& name, const QString& symbol,
@@ -183,6 +190,10 @@ void FloatingShotView::fadeOut() {
 }
 
 void FloatingShotView::resizeEvent(QResizeEvent*) {
+    applyShape();
+}
+
+void FloatingShotView::applyShape() {
     if (testAttribute(Qt::WA_TranslucentBackground)) {
         clearMask();
         return;
@@ -191,6 +202,7 @@ void FloatingShotView::resizeEvent(QResizeEvent*) {
     QPainterPath path;
     path.addRoundedRect(QRectF(padding, padding, cardWidth, cardHeight),
                         DragSourceView::cornerRadius, DragSourceView::cornerRadius);
+    clearMask();
     setMask(QRegion(path.toFillPolygon().toPolygon()));
 }
 

@@ -66,6 +66,7 @@ private:
     void setDragging(bool dragging);
     void applyHoverProgress(double progress);
     void placeButtons();
+    void applyShape();
     HoverIconButton* addButton(const QString& name, const QString& symbol, const QString& help,
                                const std::function<void()>& action);
 

@@ -20,6 +20,7 @@
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QLineEdit>
+#include <QMap>
 #include <QMimeData>
 #include <QProcess>
 #include <QScreen>
@@ -60,6 +61,26 @@ void pointerTo(QPoint global) {
 void click(QWidget* widget) {
     pointerTo(widget->mapToGlobal(widget->rect().center()));
     xdotool({QStringLiteral("click"), QStringLiteral("1")});
+}
+
+// Where the X server has the window, in its pixels.
+QRect nativeGeometry(QWidget* window) {
+    const ProcessResult out = run(QStringLiteral("xdotool"),
+                                  {QStringLiteral("getwindowgeometry"), QStringLiteral("--shell"),
+                                   QString::number(window->winId())});
+    QMap<QString, int> values;
+    for (const QByteArray& line : out.out.split('\n')) {
+        const int equals = line.indexOf('=');
+        if (equals > 0)
+            values[QString::fromLatin1(line.left(equals))] = line.mid(equals + 1).toInt();
+    }
+    return {values[QStringLiteral("X")], values[QStringLiteral("Y")],
+            values[QStringLiteral("WIDTH")], values[QStringLiteral("HEIGHT")]};
+}
+
+// A card in that slot of the screen, as the X server sees it: sharp at the screen's scale.
+QRect nativeSlot(QScreen* screen, QPoint topLeft) {
+    return {toDevice(topLeft), FloatingShotView::panelSize * screen->devicePixelRatio()};
 }
 
 QScreen* screenNamed(const QString& name) {
@@ -202,7 +223,9 @@ TEST_F(FloatingShotManagerTest, UnpinnedCardsFollowThePointerToAnotherMonitorPin
     ASSERT_TRUE(waitUntil([&] { return placed(roaming, slot(right, 0)); }));
     EXPECT_EQ(manager.currentScreen(), right);
     EXPECT_EQ(roaming->panel->screen(), right);
+    EXPECT_EQ(nativeGeometry(roaming->panel), nativeSlot(right, slot(right, 0)));
     EXPECT_TRUE(placed(pinned, slot(left, 0)));
+    EXPECT_EQ(nativeGeometry(pinned->panel), nativeSlot(left, slot(left, 0)));
     // qm1 is 1024 pixels high at y 0: its bottom-left slot differs from qm0's.
     const int high = int(1024 / right->devicePixelRatio());
     EXPECT_EQ(slot(right, 0), QPoint(1920 + 20, high - 20 - 176));
@@ -212,6 +235,7 @@ TEST_F(FloatingShotManagerTest, UnpinnedCardsFollowThePointerToAnotherMonitorPin
     EXPECT_EQ(pin->symbol(), QStringLiteral("pin"));
     EXPECT_TRUE(waitUntil([&] { return placed(pinned, slot(right, 0)); }));
     EXPECT_TRUE(waitUntil([&] { return placed(roaming, slot(right, 1)); }));
+    EXPECT_EQ(nativeGeometry(pinned->panel), nativeSlot(right, slot(right, 0)));
 
     // The pointer watch ends with the last card, and the next card appears under the pointer.
     manager.dismiss(pinned);
@@ -222,6 +246,19 @@ TEST_F(FloatingShotManagerTest, UnpinnedCardsFollowThePointerToAnotherMonitorPin
     const auto next = manager.present(makeScreenshotLikeImage(300, 200));
     EXPECT_TRUE(waitUntil([&] { return placed(next, slot(left, 0)); }));
     EXPECT_EQ(next->displayImage.size(), QSize(300, 200)) << "never scaled up";
+
+    // A capture taken just as the pointer crosses over shows where the cards were, then joins
+    // them on the new monitor at that monitor's scale.
+    xdotool({QStringLiteral("mousemove"), QString::number(toDevice(right->geometry().center()).x()),
+             QString::number(toDevice(right->geometry().center()).y())});
+    const auto crossing = manager.present(makeScreenshotLikeImage(1000, 700));
+    EXPECT_TRUE(waitUntil([&] { return placed(crossing, slot(right, 1)); }));
+    EXPECT_TRUE(waitUntil([&] { return placed(next, slot(right, 0)); }));
+    EXPECT_EQ(nativeGeometry(crossing->panel), nativeSlot(right, slot(right, 1)));
+    EXPECT_EQ(crossing->panel->screen(), right);
+    // Its whole face takes clicks there, the buttons at the bottom included.
+    click(button(crossing, "copyButton"));
+    EXPECT_TRUE(waitUntil([&] { return toastText() == QStringLiteral("Copied"); }));
 }
 
 TEST_F(FloatingShotManagerTest, AutoDismissPausesWhileHoveredAndStartsOverOnLeaving) {
@@ -448,6 +485,7 @@ TEST_F(FloatingShotManagerTest, CardsPinnedToAMonitorThatGoesAwayMoveToTheRemain
     const auto card = manager.present(makeScreenshotLikeImage(500, 300));
     manager.togglePin(card);
     ASSERT_TRUE(waitUntil([&] { return placed(card, slot(right, 0)); }));
+    EXPECT_EQ(nativeGeometry(card->panel), nativeSlot(right, slot(right, 0)));
     pointerTo(left->geometry().center());
 
     ASSERT_EQ(run(QStringLiteral("xrandr"), {QStringLiteral("--delmonitor"), QStringLiteral("qm1")})
@@ -456,6 +494,7 @@ TEST_F(FloatingShotManagerTest, CardsPinnedToAMonitorThatGoesAwayMoveToTheRemain
     ASSERT_TRUE(waitUntil([&] { return QGuiApplication::screens().size() == 1; }));
     EXPECT_FALSE(card->pinnedScreen);
     EXPECT_TRUE(waitUntil([&] { return placed(card, slot(left, 0)); }));
+    EXPECT_EQ(nativeGeometry(card->panel), nativeSlot(left, slot(left, 0)));
 
     ASSERT_EQ(run(QStringLiteral("xrandr"),
                   {QStringLiteral("--setmonitor"), QStringLiteral("qm1"),
