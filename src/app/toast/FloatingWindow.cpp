@@ -2,6 +2,7 @@
 
 #include <QCursor>
 #include <QGuiApplication>
+#include <QPainter>
 #include <QPainterPath>
 #include <QRegion>
 #include <QScreen>
@@ -77,6 +78,21 @@ QScreen* screenUnderPointer() {
     if (QScreen* screen = QGuiApplication::screenAt(QCursor::pos()))
         return screen;
     return QGuiApplication::primaryScreen();
+}
+
+void paintPanelFace(QPainter& painter, const QWidget* window, double radius) {
+    painter.setRenderHint(QPainter::Antialiasing);
+    // With a compositor the corners outside the face must stay fully transparent.
+    if (window->testAttribute(Qt::WA_TranslucentBackground))
+        painter.setCompositionMode(QPainter::CompositionMode_Source);
+    const QRectF bounds(window->rect());
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(QColor(24, 24, 27, 235));
+    painter.drawRoundedRect(bounds, radius, radius);
+    painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
+    painter.setPen(QPen(QColor(255, 255, 255, 28), 1.0));
+    painter.setBrush(Qt::NoBrush);
+    painter.drawRoundedRect(bounds.adjusted(0.5, 0.5, -0.5, -0.5), radius - 0.5, radius - 0.5);
 }
 
 } // namespace qm

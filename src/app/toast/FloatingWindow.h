@@ -3,6 +3,8 @@
 class QScreen;
 class QWidget;
 
+class QPainter;
+
 namespace qm {
 
 // Whether a floating surface lets the pointer through to the windows below it.
@@ -19,6 +21,10 @@ bool translucencyAvailable();
 // Gives a floating window rounded corners: see-through corners when the desktop composites,
 // a shape mask otherwise. Call again after each resize.
 void shapeRounded(QWidget* window, double radius);
+
+// Paints the dark rounded face with its faint rim that toasts and the countdown share; the
+// painter is left antialiased, source-over, ready for the content.
+void paintPanelFace(QPainter& painter, const QWidget* window, double radius);
 
 // The screen under the pointer, else the primary screen.
 QScreen* screenUnderPointer();

@@ -49,18 +49,7 @@ void ToastView::resizeEvent(QResizeEvent*) {
 
 void ToastView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
-    painter.setRenderHint(QPainter::Antialiasing);
-    if (testAttribute(Qt::WA_TranslucentBackground))
-        painter.setCompositionMode(QPainter::CompositionMode_Source);
-    const QRectF bounds(rect());
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(QColor(24, 24, 27, 235));
-    painter.drawRoundedRect(bounds, bounds.height() / 2, bounds.height() / 2);
-    painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
-    painter.setPen(QPen(QColor(255, 255, 255, 28), 1.0));
-    painter.setBrush(Qt::NoBrush);
-    const QRectF rim = bounds.adjusted(0.5, 0.5, -0.5, -0.5);
-    painter.drawRoundedRect(rim, rim.height() / 2, rim.height() / 2);
+    paintPanelFace(painter, this, height() / 2.0);
 
     double x = kPaddingX;
     if (hasSymbol(symbol_)) {

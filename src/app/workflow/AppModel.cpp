@@ -211,23 +211,22 @@ void AppModel::captureChosenWindow(const DisplayCapture& frozen, const CapturedW
 }
 
 void AppModel::captureFrontWindow() {
-    m_services.capture.captureFrontWindow(this, [this](CaptureResult<QImage> result) {
-        if (const auto* failure = std::get_if<CaptureFailure>(&result))
-            return fail(*failure);
-        setCapturing(false);
-        CaptureFlash::flashScreenUnderMouse();
-        finish(std::get<QImage>(result), label(CaptureKind::Window));
-    });
+    m_services.capture.captureFrontWindow(this, finishWholeScreenCapture(CaptureKind::Window));
 }
 
 void AppModel::captureFullScreen() {
-    m_services.capture.captureFullScreen(this, [this](CaptureResult<QImage> result) {
+    m_services.capture.captureFullScreen(this, finishWholeScreenCapture(CaptureKind::Fullscreen));
+}
+
+std::function<void(CaptureResult<QImage>)> AppModel::finishWholeScreenCapture(CaptureKind kind) {
+    // Nothing was selected on screen, so the flash marks the whole screen under the pointer.
+    return [this, kind](CaptureResult<QImage> result) {
         if (const auto* failure = std::get_if<CaptureFailure>(&result))
             return fail(*failure);
         setCapturing(false);
         CaptureFlash::flashScreenUnderMouse();
-        finish(std::get<QImage>(result), label(CaptureKind::Fullscreen));
-    });
+        finish(std::get<QImage>(result), label(kind));
+    };
 }
 
 void AppModel::performDelayed(CaptureKind kind, int seconds) {

@@ -85,6 +85,7 @@ private:
     void captureRegion();
     void captureFrontWindow();
     void captureFullScreen();
+    std::function<void(CaptureResult<QImage>)> finishWholeScreenCapture(CaptureKind kind);
     void captureChosenWindow(const DisplayCapture& frozen, const CapturedWindow& window);
     void delayedLiveCapture(const DisplayCapture& frozen, const SelectionResult& selection,
                             int seconds);

@@ -113,17 +113,7 @@ void CountdownView::resizeEvent(QResizeEvent*) {
 
 void CountdownView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
-    painter.setRenderHint(QPainter::Antialiasing);
-    if (testAttribute(Qt::WA_TranslucentBackground))
-        painter.setCompositionMode(QPainter::CompositionMode_Source);
-    const QRectF bounds(rect());
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(QColor(24, 24, 27, 235));
-    painter.drawRoundedRect(bounds, kRadius, kRadius);
-    painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
-    painter.setPen(QPen(QColor(255, 255, 255, 28), 1.0));
-    painter.setBrush(Qt::NoBrush);
-    painter.drawRoundedRect(bounds.adjusted(0.5, 0.5, -0.5, -0.5), kRadius, kRadius);
+    paintPanelFace(painter, this, kRadius);
 
     painter.setFont(digitFont());
     painter.setPen(Qt::white);
