@@ -6,6 +6,8 @@ type=${1:-Release}
 dir=build/$(echo "$type" | tr '[:upper:]' '[:lower:]')
 werror=OFF
 [ "${CI:-}" = true ] && werror=ON
-cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE="$type" -DQUILLMARK_WERROR=$werror \
+launcher=""
+command -v ccache >/dev/null && launcher=-DCMAKE_CXX_COMPILER_LAUNCHER=ccache
+cmake -S . -B "$dir" -G Ninja $launcher -DCMAKE_BUILD_TYPE="$type" -DQUILLMARK_WERROR=$werror \
       ${QUILLMARK_CMAKE_ARGS:-} >/dev/null
 cmake --build "$dir" -j"$(nproc)"

@@ -1,5 +1,5 @@
 #include "TestSupport.h"
-#include "app/core/SettingsStore.h"
+#include "base/SettingsStore.h"
 #include "editor/model/AnnotationRenderer.h"
 #include "editor/model/EditorModel.h"
 

@@ -1,5 +1,5 @@
 #include "TestSupport.h"
-#include "app/core/SettingsStore.h"
+#include "base/SettingsStore.h"
 #include "editor/model/EditorModel.h"
 #include "editor/ui/AnnotationCanvas.h"
 #include "editor/ui/CanvasScrollView.h"

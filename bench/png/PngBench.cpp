@@ -1,5 +1,5 @@
 #include "TestSupport.h"
-#include "app/png/PngEncoder.h"
+#include "base/png/PngEncoder.h"
 
 #include <QBuffer>
 #include <QImageWriter>

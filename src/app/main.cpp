@@ -1,18 +1,19 @@
-#include "app/core/CommandLine.h"
-#include "app/core/Log.h"
-#include "app/core/Preferences.h"
-#include "app/core/Theme.h"
-#include "app/hotkeys/HotkeyManager.h"
+#include "app/BackendChoice.h"
+#include "app/CommandLine.h"
 #include "app/shell/BusService.h"
 #include "app/shell/TrayController.h"
-#include "app/toast/ToastCenter.h"
 #include "app/workflow/AppModel.h"
+#include "base/AppId.h"
+#include "base/Log.h"
+#include "base/Preferences.h"
 #include "capture/core/ScreenCaptureManager.h"
 #include "capture/core/ShareableContentCache.h"
-#include "overlay/FloatingShotManager.h"
-#include "platform/capture/CaptureBackendChoice.h"
-#include "platform/shortcuts/GlobalShortcutBackend.h"
-#include "platform/sound/SoundPlayer.h"
+#include "cards/FloatingShotManager.h"
+#include "platform/shortcuts/api/GlobalShortcutBackend.h"
+#include "platform/sound/api/SoundPlayer.h"
+#include "shortcuts/HotkeyManager.h"
+#include "ui/Theme.h"
+#include "ui/ToastCenter.h"
 
 #include <QApplication>
 #include <QTimer>
@@ -28,7 +29,7 @@ int main(int argc, char** argv) {
     QApplication::setApplicationName(QStringLiteral("Quillmark"));
     QApplication::setOrganizationName(QStringLiteral("quillworks"));
     QApplication::setApplicationVersion(QStringLiteral(QUILLMARK_VERSION));
-    QApplication::setDesktopFileName(QStringLiteral("quillmark"));
+    QApplication::setDesktopFileName(qm::applicationId);
     // A tray utility: closing its last window never ends it.
     QApplication::setQuitOnLastWindowClosed(false);
     qm::installLogPattern();

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "app/core/CommandLine.h"
+#include "app/CommandLine.h"
+#include "base/AppId.h"
 
 #include <QDBusContext>
 #include <QObject>
@@ -8,7 +9,7 @@
 
 namespace qm {
 
-inline const QString busServiceName = QStringLiteral("com.quillworks.Quillmark");
+inline const QString busServiceName = applicationId;
 inline const QString busObjectPath = QStringLiteral("/com/quillworks/Quillmark");
 
 // The running program's actions on the session bus, so desktop shortcuts, scripts and a

@@ -1,13 +1,13 @@
 #include "app/shell/TrayController.h"
 
-#include "app/core/KeyCodes.h"
-#include "app/core/Log.h"
-#include "app/core/Preferences.h"
-#include "app/core/RecentCaptures.h"
+#include "app/RecentCaptures.h"
 #include "app/shell/AboutWindow.h"
-#include "platform/desktop/Reveal.h"
-#include "app/toast/Symbols.h"
 #include "app/workflow/AppModel.h"
+#include "base/KeyCodes.h"
+#include "base/Log.h"
+#include "base/Preferences.h"
+#include "platform/desktop/Reveal.h"
+#include "ui/Symbols.h"
 
 #include <QApplication>
 #include <QFileInfo>

@@ -1,19 +1,19 @@
 #include "app/workflow/AppModel.h"
 
-#include "app/core/ImageExport.h"
-#include "app/core/Log.h"
-#include "app/core/Preferences.h"
-#include "app/hotkeys/HotkeyManager.h"
-#include "app/toast/ToastCenter.h"
+#include "base/ImageExport.h"
+#include "base/Log.h"
+#include "base/Preferences.h"
 #include "capture/core/ScreenCaptureManager.h"
 #include "capture/core/ShareableContentCache.h"
 #include "capture/ui/CaptureFlash.h"
 #include "capture/ui/CountdownController.h"
 #include "capture/ui/SelectionOverlayController.h"
+#include "cards/FloatingShotManager.h"
 #include "editor/ui/AnnotationEditorController.h"
-#include "library/ocr/TextRecognizer.h"
-#include "overlay/FloatingShotManager.h"
-#include "platform/sound/SoundPlayer.h"
+#include "ocr/TextRecognizer.h"
+#include "platform/sound/api/SoundPlayer.h"
+#include "shortcuts/HotkeyManager.h"
+#include "ui/ToastCenter.h"
 
 #include <QFileInfo>
 #include <QFutureWatcher>
@@ -84,9 +84,10 @@ void AppModel::configure() {
     };
     cards.onRecognizeText = [this](const QImage& image,
                                    std::function<void(std::optional<QString>)> done) {
-        auto* watcher = new QFutureWatcher<std::optional<QString>>(this);
+        auto* watcher = new QFutureWatcher<Result<QString>>(this);
         connect(watcher, &QFutureWatcherBase::finished, this, [watcher, done = std::move(done)] {
-            done(watcher->result());
+            const Result<QString> text = watcher->result();
+            done(text.ok() && !text->isEmpty() ? std::optional<QString>(*text) : std::nullopt);
             watcher->deleteLater();
         });
         watcher->setFuture(TextRecognizer::textAsync(image));
@@ -168,9 +169,9 @@ void AppModel::perform(CaptureKind kind) {
 
 void AppModel::captureRegion() {
     m_services.capture.captureActiveDisplay(this, [this](CaptureResult<DisplayCapture> result) {
-        if (const auto* failure = std::get_if<CaptureFailure>(&result))
-            return fail(*failure);
-        const DisplayCapture frozen = std::get<DisplayCapture>(std::move(result));
+        if (!result.ok())
+            return fail(result.error());
+        const DisplayCapture frozen = std::move(result).value();
         m_overlay->begin(frozen, QStringLiteral("Capture"),
                          [this, frozen](std::optional<SelectionResult> selection) {
                              if (!selection) {
@@ -195,12 +196,12 @@ void AppModel::captureChosenWindow(const DisplayCapture& frozen, const CapturedW
         window, this, [this, frozen, window](CaptureResult<QImage> result) {
             setCapturing(false);
             std::optional<QImage> image;
-            if (auto* live = std::get_if<QImage>(&result)) {
-                image = std::move(*live);
+            if (result.ok()) {
+                image = std::move(result).value();
             } else {
                 qCWarning(lcCapture).noquote()
                     << QStringLiteral("Quillmark window capture failed, cropping: ") +
-                           describe(std::get<CaptureFailure>(result));
+                           describe(result.error());
                 image = ScreenCaptureManager::crop(frozen, window.frame);
             }
             if (!image)
@@ -221,11 +222,11 @@ void AppModel::captureFullScreen() {
 std::function<void(CaptureResult<QImage>)> AppModel::finishWholeScreenCapture(CaptureKind kind) {
     // Nothing was selected on screen, so the flash marks the whole screen under the pointer.
     return [this, kind](CaptureResult<QImage> result) {
-        if (const auto* failure = std::get_if<CaptureFailure>(&result))
-            return fail(*failure);
+        if (!result.ok())
+            return fail(result.error());
         setCapturing(false);
         CaptureFlash::flashScreenUnderMouse();
-        finish(std::get<QImage>(result), label(kind));
+        finish(result.value(), label(kind));
     };
 }
 
@@ -250,9 +251,9 @@ void AppModel::performDelayed(CaptureKind kind, int seconds) {
     setCapturing(true);
     m_services.capture.captureActiveDisplay(
         this, [this, seconds](CaptureResult<DisplayCapture> result) {
-            if (const auto* failure = std::get_if<CaptureFailure>(&result))
-                return fail(*failure);
-            const DisplayCapture frozen = std::get<DisplayCapture>(std::move(result));
+            if (!result.ok())
+                return fail(result.error());
+            const DisplayCapture frozen = std::move(result).value();
             m_overlay->begin(frozen, QStringLiteral("Capture"),
                              [this, frozen, seconds](std::optional<SelectionResult> selection) {
                                  setCapturing(false);
@@ -273,29 +274,29 @@ void AppModel::delayedLiveCapture(const DisplayCapture& frozen, const SelectionR
         setCapturing(true);
         if (const auto* window = std::get_if<CapturedWindow>(&selection)) {
             const CapturedWindow chosen = *window;
-            m_services.capture.captureWindow(
-                chosen, this, [this, chosen, frozen](CaptureResult<QImage> result) {
-                    if (const auto* failure = std::get_if<CaptureFailure>(&result))
-                        return fail(*failure);
-                    setCapturing(false);
-                    CaptureFlash::flash(chosen.frame, frozen.screen);
-                    finish(std::get<QImage>(result), label(CaptureKind::Window));
-                });
+            m_services.capture.captureWindow(chosen, this,
+                                             [this, chosen, frozen](CaptureResult<QImage> result) {
+                                                 if (!result.ok())
+                                                     return fail(result.error());
+                                                 setCapturing(false);
+                                                 CaptureFlash::flash(chosen.frame, frozen.screen);
+                                                 finish(result.value(), label(CaptureKind::Window));
+                                             });
             return;
         }
         const QRectF area = std::get<QRectF>(selection);
-        m_services.capture.capture(
-            frozen.screen, this, [this, area](CaptureResult<DisplayCapture> result) {
-                if (const auto* failure = std::get_if<CaptureFailure>(&result))
-                    return fail(*failure);
-                setCapturing(false);
-                const DisplayCapture live = std::get<DisplayCapture>(std::move(result));
-                const auto image = ScreenCaptureManager::crop(live, area);
-                if (!image)
-                    return setStatus(QStringLiteral("Region crop failed"));
-                CaptureFlash::flash(area, live.screen);
-                finish(*image, label(CaptureKind::Region));
-            });
+        m_services.capture.capture(frozen.screen, this,
+                                   [this, area](CaptureResult<DisplayCapture> result) {
+                                       if (!result.ok())
+                                           return fail(result.error());
+                                       setCapturing(false);
+                                       const DisplayCapture live = std::move(result).value();
+                                       const auto image = ScreenCaptureManager::crop(live, area);
+                                       if (!image)
+                                           return setStatus(QStringLiteral("Region crop failed"));
+                                       CaptureFlash::flash(area, live.screen);
+                                       finish(*image, label(CaptureKind::Region));
+                                   });
     };
     m_countdown->begin(seconds, fire, [this] { setStatus(QStringLiteral("Cancelled")); });
 }
@@ -305,7 +306,7 @@ void AppModel::finish(const QImage& image, const QString& label) {
     if (prefs.copyToClipboardAfterCapture())
         ImageExport::copyToPasteboard(image);
     if (prefs.playCaptureSound())
-        m_services.sounds.play(SystemSound::Grab);
+        m_services.sounds.play(SystemSound::Capture);
 
     if (prefs.openEditorAfterCapture()) {
         openEditor(image, [this, label](std::optional<QImage> edited) {
@@ -390,7 +391,7 @@ void AppModel::openEditor(const QString& path) {
             return;
         if (!ImageExport::overwritePNG(*edited, path))
             return setStatus(QStringLiteral("Could not save ") + QFileInfo(path).fileName());
-        m_services.sounds.play(SystemSound::Grab);
+        m_services.sounds.play(SystemSound::Capture);
         m_services.toasts.present(QStringLiteral("Saved"), QStringLiteral("square.and.arrow.down"));
         Q_EMIT libraryRevisionChanged(++m_libraryRevision);
     });

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "app/core/CommandLine.h"
-#include "app/core/Hotkeys.h"
-#include "capture/CaptureTypes.h"
+#include "app/CommandLine.h"
+#include "base/Hotkeys.h"
+#include "capture/core/CaptureTypes.h"
 
 #include <QImage>
 #include <QObject>

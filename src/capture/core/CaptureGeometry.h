@@ -1,7 +1,7 @@
 #pragma once
 
-#include "capture/CaptureTypes.h"
-#include "platform/api/ScreenCaptureBackend.h"
+#include "capture/core/CaptureTypes.h"
+#include "platform/capture/api/ScreenCaptureBackend.h"
 
 #include <QPointF>
 #include <QRectF>

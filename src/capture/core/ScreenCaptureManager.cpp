@@ -1,6 +1,6 @@
 #include "capture/core/ScreenCaptureManager.h"
 
-#include "app/core/Log.h"
+#include "base/Log.h"
 #include "capture/core/CaptureGeometry.h"
 
 #include <QCoreApplication>
@@ -79,10 +79,10 @@ void ScreenCaptureManager::capture(QScreen* screen, QObject* context,
     clock->start();
     m_cache.current(
         kContentMaxAge, this, [=, this](const CaptureResult<platform::ShareableContent>& content) {
-            if (const auto* failure = std::get_if<CaptureFailure>(&content))
-                return answer(caller, done, *failure);
+            if (!content.ok())
+                return answer(caller, done, content.error());
             const double contentMs = double(clock->nsecsElapsed()) / 1e6;
-            const auto& shareable = std::get<platform::ShareableContent>(content);
+            const auto& shareable = content.value();
             const auto display = displayFor(displayId(target), shareable);
             if (!target || !display)
                 return answer(caller, done, noDisplay());
@@ -94,14 +94,14 @@ void ScreenCaptureManager::capture(QScreen* screen, QObject* context,
                 display->pixelGeometry, [=](const CaptureResult<QImage>& grabbed) {
                     if (!self)
                         return;
-                    if (const auto* failure = std::get_if<CaptureFailure>(&grabbed))
-                        return answer(caller, done, *failure);
+                    if (!grabbed.ok())
+                        return answer(caller, done, grabbed.error());
                     const double screenshotMs = double(clock->nsecsElapsed()) / 1e6 - contentMs;
                     qCInfo(lcCapture).noquote() << QString::asprintf(
                         "Quillmark freeze timing: content %.0f ms, screenshot %.0f ms", contentMs,
                         screenshotMs);
                     DisplayCapture frozen;
-                    frozen.image = std::get<QImage>(grabbed);
+                    frozen.image = grabbed.value();
                     frozen.image.setDevicePixelRatio(mapping.scale);
                     frozen.screen = target;
                     frozen.scale = mapping.scale;
@@ -131,19 +131,19 @@ void ScreenCaptureManager::captureFullScreen(QObject* context, Completion<QImage
     QPointer<QScreen> target(screenUnderPointer());
     shareableDisplay(
         target, this, [=, this](const CaptureResult<platform::ShareableDisplay>& display) {
-            if (const auto* failure = std::get_if<CaptureFailure>(&display))
-                return answer(caller, done, *failure);
+            if (!display.ok())
+                return answer(caller, done, display.error());
             if (!target)
                 return answer(caller, done, noDisplay());
             const double scale = target->devicePixelRatio();
-            m_backend.grabDisplay(std::get<platform::ShareableDisplay>(display).pixelGeometry,
+            m_backend.grabDisplay(display.value().pixelGeometry,
                                   [=](const CaptureResult<QImage>& grabbed) {
-                                      if (const auto* image = std::get_if<QImage>(&grabbed)) {
-                                          QImage result = *image;
+                                      if (grabbed.ok()) {
+                                          QImage result = grabbed.value();
                                           result.setDevicePixelRatio(scale);
                                           return answer(caller, done, std::move(result));
                                       }
-                                      answer(caller, done, std::get<CaptureFailure>(grabbed));
+                                      answer(caller, done, grabbed.error());
                                   });
         });
 }
@@ -159,16 +159,16 @@ void ScreenCaptureManager::captureWindow(const CapturedWindow& window, QObject* 
     const std::uint32_t id = *window.windowId;
     m_cache.current(
         kContentMaxAge, this, [=, this](const CaptureResult<platform::ShareableContent>& content) {
-            if (const auto* failure = std::get_if<CaptureFailure>(&content))
-                return answer(caller, done, *failure);
-            const auto shareable = std::get<platform::ShareableContent>(content);
+            if (!content.ok())
+                return answer(caller, done, content.error());
+            const auto shareable = content.value();
             QPointer<ScreenCaptureManager> self(this);
             m_backend.grabWindow(id, [=](const CaptureResult<platform::WindowImage>& grabbed) {
                 if (!self)
                     return;
-                if (const auto* failure = std::get_if<CaptureFailure>(&grabbed))
-                    return answer(caller, done, *failure);
-                const auto& shot = std::get<platform::WindowImage>(grabbed);
+                if (!grabbed.ok())
+                    return answer(caller, done, grabbed.error());
+                const auto& shot = grabbed.value();
                 QImage image = shot.image;
                 image.setDevicePixelRatio(self->scaleOfPixels(shareable, shot.pixelBounds));
                 answer(caller, done, std::move(image));
@@ -183,9 +183,9 @@ void ScreenCaptureManager::captureFrontWindow(QObject* context, Completion<QImag
     m_backend.fetchContent([=](const CaptureResult<platform::ShareableContent>& content) {
         if (!self)
             return;
-        if (const auto* failure = std::get_if<CaptureFailure>(&content))
-            return answer(caller, done, *failure);
-        const auto& shareable = std::get<platform::ShareableContent>(content);
+        if (!content.ok())
+            return answer(caller, done, content.error());
+        const auto& shareable = content.value();
         const auto active = self->m_backend.activeWindow();
         const auto windows = self->m_backend.windowList();
         auto points = [&](const platform::ServerWindow& w) {
@@ -210,14 +210,14 @@ void ScreenCaptureManager::captureFrontWindow(QObject* context, Completion<QImag
         if (!chosen)
             return answer(caller, done, noWindow());
         const double scale = self->scaleOfPixels(shareable, *chosen->bounds);
-        self->m_backend.grabWindow(
-            chosen->id, [=](const CaptureResult<platform::WindowImage>& grabbed) {
-                if (const auto* failure = std::get_if<CaptureFailure>(&grabbed))
-                    return answer(caller, done, *failure);
-                QImage image = std::get<platform::WindowImage>(grabbed).image;
-                image.setDevicePixelRatio(scale);
-                answer(caller, done, std::move(image));
-            });
+        self->m_backend.grabWindow(chosen->id,
+                                   [=](const CaptureResult<platform::WindowImage>& grabbed) {
+                                       if (!grabbed.ok())
+                                           return answer(caller, done, grabbed.error());
+                                       QImage image = grabbed.value().image;
+                                       image.setDevicePixelRatio(scale);
+                                       answer(caller, done, std::move(image));
+                                   });
     });
 }
 
@@ -226,15 +226,15 @@ void ScreenCaptureManager::shareableDisplay(QScreen* screen, QObject* context,
     QPointer<QObject> caller(context);
     const QString id = displayId(screen);
     const bool hasScreen = screen != nullptr;
-    m_cache.current(
-        kContentMaxAge, this, [=](const CaptureResult<platform::ShareableContent>& content) {
-            if (const auto* failure = std::get_if<CaptureFailure>(&content))
-                return answer(caller, done, *failure);
-            const auto display = displayFor(id, std::get<platform::ShareableContent>(content));
-            if (!hasScreen || !display)
-                return answer(caller, done, noDisplay());
-            answer(caller, done, *display);
-        });
+    m_cache.current(kContentMaxAge, this,
+                    [=](const CaptureResult<platform::ShareableContent>& content) {
+                        if (!content.ok())
+                            return answer(caller, done, content.error());
+                        const auto display = displayFor(id, content.value());
+                        if (!hasScreen || !display)
+                            return answer(caller, done, noDisplay());
+                        answer(caller, done, *display);
+                    });
 }
 
 std::optional<QImage> ScreenCaptureManager::crop(const DisplayCapture& capture,

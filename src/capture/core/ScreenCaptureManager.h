@@ -1,8 +1,8 @@
 #pragma once
 
-#include "capture/CaptureTypes.h"
+#include "capture/core/CaptureTypes.h"
 #include "capture/core/ShareableContentCache.h"
-#include "platform/api/ScreenCaptureBackend.h"
+#include "platform/capture/api/ScreenCaptureBackend.h"
 
 #include <QObject>
 #include <functional>

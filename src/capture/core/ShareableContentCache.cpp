@@ -38,8 +38,8 @@ void ShareableContentCache::refresh(QObject* context, Completion done) {
 }
 
 void ShareableContentCache::finish(const CaptureResult<Content>& result) {
-    if (const auto* content = std::get_if<Content>(&result)) {
-        m_cached = *content;
+    if (result.ok()) {
+        m_cached = result.value();
         m_fetchedAt = m_clock();
     }
     // A failure keeps the previous content; every waiter hears the same outcome.

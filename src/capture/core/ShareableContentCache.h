@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/api/ScreenCaptureBackend.h"
+#include "platform/capture/api/ScreenCaptureBackend.h"
 
 #include <QObject>
 #include <QPointer>

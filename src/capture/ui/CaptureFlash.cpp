@@ -1,6 +1,6 @@
 #include "capture/ui/CaptureFlash.h"
 
-#include "app/toast/FloatingWindow.h"
+#include "ui/FloatingWindow.h"
 
 #include <QGuiApplication>
 #include <QPainter>

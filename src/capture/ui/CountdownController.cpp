@@ -1,8 +1,8 @@
 #include "capture/ui/CountdownController.h"
 
-#include "app/toast/FloatingWindow.h"
 #include "capture/ui/CountdownView.h"
-#include "platform/sound/SoundPlayer.h"
+#include "platform/sound/api/SoundPlayer.h"
+#include "ui/FloatingWindow.h"
 
 #include <QPointer>
 #include <QScreen>
@@ -73,7 +73,7 @@ void CountdownController::cancel() {
 
 void CountdownController::tick() {
     state_.setRemaining(state_.remaining() - 1);
-    sounds_.play(SystemSound::Tink);
+    sounds_.play(SystemSound::Alert);
     if (state_.remaining() < 1) {
         std::function<void()> onFire = std::exchange(onFire_, nullptr);
         teardown();

@@ -1,8 +1,8 @@
 #include "capture/ui/CountdownView.h"
 
-#include "app/toast/FloatingWindow.h"
-#include "app/toast/Symbols.h"
 #include "capture/ui/CountdownController.h"
+#include "ui/FloatingWindow.h"
+#include "ui/Symbols.h"
 
 #include <QAbstractButton>
 #include <QFontMetricsF>

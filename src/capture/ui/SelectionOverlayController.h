@@ -1,6 +1,6 @@
 #pragma once
 
-#include "capture/CaptureTypes.h"
+#include "capture/core/CaptureTypes.h"
 
 #include <QObject>
 #include <QString>

@@ -1,6 +1,6 @@
 #include "capture/ui/SelectionView.h"
 
-#include "app/core/Log.h"
+#include "base/Log.h"
 
 #include <QFontMetricsF>
 #include <QGuiApplication>

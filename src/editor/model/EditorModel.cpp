@@ -1,6 +1,6 @@
 #include "editor/model/EditorModel.h"
 
-#include "app/core/SettingsStore.h"
+#include "base/SettingsStore.h"
 #include "editor/model/AnnotationRenderer.h"
 
 #include <QPainter>

@@ -2,7 +2,7 @@
 
 #include "editor/model/AnnotationRenderer.h"
 #include "editor/model/EditorModel.h"
-#include "library/ocr/TextRecognizer.h"
+#include "ocr/TextRecognizer.h"
 
 #include <QFocusEvent>
 #include <QKeyEvent>
@@ -908,9 +908,13 @@ void AnnotationCanvas::copyTextInRegion(const QRectF& rect) {
     m_ocrMessage = tr("Reading text…");
     m_ocrMessageTimer.stop();
     Q_EMIT capsuleChanged();
-    TextRecognizer::copyText(region, this, [this](bool found) {
+    TextRecognizer::copyText(region, this, [this](const Result<QString>& text) {
         m_ocrRunning = false;
-        flashOCRMessage(found ? tr("Copied") : tr("No text in selection"));
+        const bool found = text.ok() && !text->isEmpty();
+        if (!text.ok())
+            flashOCRMessage(tr("Could not read text: %1").arg(text.error().reason));
+        else
+            flashOCRMessage(found ? tr("Copied") : tr("No text in selection"));
         Q_EMIT textCopied(found);
     });
 }

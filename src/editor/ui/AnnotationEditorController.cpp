@@ -1,6 +1,6 @@
 #include "editor/ui/AnnotationEditorController.h"
 
-#include "app/core/ImageExport.h"
+#include "base/ImageExport.h"
 #include "editor/model/EditorModel.h"
 #include "editor/ui/AnnotationCanvas.h"
 #include "editor/ui/AnnotationEditorView.h"

@@ -2,7 +2,7 @@
 
 #include "editor/model/EditorModel.h"
 #include "editor/ui/Symbols.h"
-#include "library/ocr/TextRecognizer.h"
+#include "ocr/TextRecognizer.h"
 
 #include <QCheckBox>
 #include <QColorDialog>
@@ -773,9 +773,9 @@ void EditorToolbar::copyAllText() {
     m_ocrRunning = true;
     m_copyText->setToolTip(tr("Reading text…"));
     refresh();
-    TextRecognizer::copyText(m_model.baseImage(), this, [this](bool found) {
+    TextRecognizer::copyText(m_model.baseImage(), this, [this](const Result<QString>& text) {
         m_ocrRunning = false;
-        showOcrResult(found);
+        showOcrResult(text.ok() && !text->isEmpty());
     });
 }
 

@@ -2,24 +2,24 @@
 
 #include "TestSupport.h"
 #include "X11TestDesktop.h"
-#include "app/core/ImageExport.h"
-#include "app/core/Preferences.h"
-#include "app/hotkeys/HotkeyManager.h"
+#include "app/BackendChoice.h"
 #include "app/shell/TrayController.h"
-#include "app/toast/ToastCenter.h"
-#include "app/toast/ToastView.h"
+#include "base/ImageExport.h"
+#include "base/Preferences.h"
 #include "capture/core/ScreenCaptureManager.h"
 #include "capture/core/ShareableContentCache.h"
 #include "capture/ui/CountdownController.h"
 #include "capture/ui/SelectionOverlayController.h"
+#include "cards/FloatingShotManager.h"
+#include "cards/FloatingShotView.h"
 #include "editor/model/EditorModel.h"
 #include "editor/ui/AnnotationEditorController.h"
-#include "overlay/FloatingShotManager.h"
-#include "overlay/FloatingShotView.h"
-#include "platform/capture/CaptureBackendChoice.h"
-#include "platform/null/NullCaptureBackend.h"
-#include "platform/shortcuts/GlobalShortcutBackend.h"
-#include "platform/sound/SoundPlayer.h"
+#include "platform/capture/null/NullCaptureBackend.h"
+#include "platform/shortcuts/api/GlobalShortcutBackend.h"
+#include "platform/sound/api/SoundPlayer.h"
+#include "shortcuts/HotkeyManager.h"
+#include "ui/ToastCenter.h"
+#include "ui/ToastView.h"
 
 #include <QAbstractButton>
 #include <QClipboard>
@@ -87,7 +87,7 @@ TEST_F(AppModelTest, ACaptureIsCopiedAnnouncedAndSaved) {
     EXPECT_EQ(QImage(*model->lastSavedURL()).size(), QSize(1280, 800));
     EXPECT_EQ(model->libraryRevision(), 1);
     EXPECT_EQ(revisions.count(), 1);
-    EXPECT_EQ(sounds.heard, std::vector<SystemSound>{SystemSound::Grab});
+    EXPECT_EQ(sounds.heard, std::vector<SystemSound>{SystemSound::Capture});
     EXPECT_EQ(toastText(), QStringLiteral("Saved to Shots"));
     EXPECT_TRUE(QGuiApplication::clipboard()->mimeData()->hasFormat(QStringLiteral("image/png")));
 }
@@ -129,7 +129,7 @@ TEST_F(AppModelTest, EditingASavedCaptureWritesItBack) {
     ASSERT_TRUE(test::waitUntil([&] { return model->libraryRevision() == 1; }));
     EXPECT_GT(QImage(*path).width(), 200);
     EXPECT_EQ(toastText(), QStringLiteral("Saved"));
-    EXPECT_EQ(sounds.heard, std::vector<SystemSound>{SystemSound::Grab});
+    EXPECT_EQ(sounds.heard, std::vector<SystemSound>{SystemSound::Capture});
 }
 
 TEST_F(AppModelTest, WithCardsOnACaptureBecomesACardThatSavesItself) {

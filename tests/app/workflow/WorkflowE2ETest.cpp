@@ -1,6 +1,6 @@
 #include "TestSupport.h"
 #include "X11TestDesktop.h"
-#include "platform/x11keys/X11GlobalShortcuts.h"
+#include "platform/shortcuts/x11/X11GlobalShortcuts.h"
 
 #include <QDir>
 #include <QFileInfo>

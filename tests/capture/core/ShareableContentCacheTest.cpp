@@ -55,7 +55,7 @@ protected:
         });
     }
     static QString name(const CaptureResult<ShareableContent>& result) {
-        return std::get<ShareableContent>(result).displays.front().name;
+        return result.value().displays.front().name;
     }
 
     HeldBackend backend;
@@ -116,7 +116,7 @@ TEST_F(ShareableContentCacheTest, FailedFetchReachesEveryWaiterAndKeepsTheOldCon
     backend.fail(QStringLiteral("No."));
     ASSERT_EQ(answers.size(), 2u);
     for (const auto& answer : answers)
-        EXPECT_EQ(std::get<CaptureFailure>(answer).reason, QStringLiteral("No."));
+        EXPECT_EQ(answer.error().reason, QStringLiteral("No."));
     ASSERT_TRUE(cache.cached());
     EXPECT_EQ(name(*cache.cached()), QStringLiteral("fetch 1"));
     // The next caller starts a new fetch rather than joining the failed one.

@@ -3,7 +3,7 @@
 #include "capture/ui/CaptureFlash.h"
 #include "capture/ui/CountdownController.h"
 #include "capture/ui/CountdownView.h"
-#include "platform/sound/SoundPlayer.h"
+#include "platform/sound/api/SoundPlayer.h"
 
 #include <QAbstractButton>
 #include <QApplication>
@@ -80,7 +80,7 @@ TEST_F(CountdownTest, TicksEverySecondWithASoundAndFiresAfterTheLast) {
     ASSERT_EQ(ticks.count(), 3);
     EXPECT_EQ(ticks[0][0].toInt(), 2);
     EXPECT_EQ(ticks[2][0].toInt(), 0);
-    EXPECT_EQ(sounds.played, std::vector<SystemSound>(3, SystemSound::Tink));
+    EXPECT_EQ(sounds.played, std::vector<SystemSound>(3, SystemSound::Alert));
     EXPECT_EQ(soundsAtFire, 3u); // the last tick sounds before the capture happens
     EXPECT_FALSE(countdown.isRunning());
     EXPECT_FALSE(countdown.panel());

@@ -1,4 +1,4 @@
-#include "app/core/SettingsStore.h"
+#include "base/SettingsStore.h"
 #include "editor/model/AnnotationRenderer.h"
 #include "editor/model/EditorModel.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "TestSupport.h"
-#include "app/core/SettingsStore.h"
+#include "base/SettingsStore.h"
 #include "editor/model/EditorModel.h"
 #include "editor/ui/AnnotationCanvas.h"
 #include "editor/ui/AnnotationEditorView.h"

@@ -1,0 +1,51 @@
+#pragma once
+
+// The composition root's choice of concrete backends for this session: the only place that
+// names them.
+
+#include "platform/capture/api/ScreenCaptureBackend.h"
+#include "platform/shortcuts/api/GlobalShortcutBackend.h"
+#include "platform/sound/api/SoundPlayer.h"
+
+#include <QString>
+#include <memory>
+
+namespace qm::platform {
+
+// What the session offers, read from its environment.
+struct CaptureSession {
+    QString sessionType;    // XDG_SESSION_TYPE
+    QString waylandDisplay; // WAYLAND_DISPLAY
+    QString x11Display;     // DISPLAY
+    QString override;       // QUILLMARK_CAPTURE_BACKEND: "x11" or "null", for tests
+    static CaptureSession fromEnvironment();
+};
+
+enum class CaptureBackendKind { X11, Null };
+
+struct CaptureBackendChoice {
+    CaptureBackendKind kind = CaptureBackendKind::Null;
+    QString reason; // for Null: the sentence the user is shown
+};
+
+// Which backend suits the session; pure, so the rules are tested without a display.
+CaptureBackendChoice chooseCaptureBackend(const CaptureSession& session);
+
+// The backend for this session. Never null: when the chosen one cannot start, the Null backend
+// says why.
+std::unique_ptr<ScreenCaptureBackend>
+createScreenCaptureBackend(const CaptureSession& session = CaptureSession::fromEnvironment());
+
+} // namespace qm::platform
+
+namespace qm {
+
+// The shortcut backend for this session: X11 key grabs on an X display; elsewhere a Null
+// backend that says why (the command line still reaches every action).
+std::unique_ptr<GlobalShortcutBackend> createGlobalShortcutBackend(QObject* parent = nullptr);
+
+// The best player this session offers: libcanberra when it can reach a sound server, else the
+// silent one.
+std::unique_ptr<SoundPlayer> makeSoundPlayer();
+
+} // namespace qm

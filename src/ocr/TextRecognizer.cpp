@@ -1,0 +1,126 @@
+#include "ocr/TextRecognizer.h"
+
+#include "base/Log.h"
+
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QPointer>
+#include <QStringList>
+#include <QtConcurrent/QtConcurrentRun>
+#include <allheaders.h>
+#include <exception>
+#include <memory>
+#include <omp.h>
+#include <tesseract/baseapi.h>
+
+namespace qm {
+
+namespace {
+
+struct TessDeleter {
+    void operator()(tesseract::TessBaseAPI* api) const {
+        api->End();
+        delete api;
+    }
+};
+using TessPtr = std::unique_ptr<tesseract::TessBaseAPI, TessDeleter>;
+
+struct PixDeleter {
+    void operator()(Pix* pix) const { pixDestroy(&pix); }
+};
+using PixPtr = std::unique_ptr<Pix, PixDeleter>;
+
+struct TextDeleter {
+    void operator()(char* text) const { delete[] text; }
+};
+
+// Leptonica holds 32-bit pixels as 0xRRGGBBAA words; Qt's RGB32 is 0xAARRGGBB.
+PixPtr toPix(const QImage& source) {
+    const QImage image = source.convertToFormat(QImage::Format_RGB32);
+    PixPtr pix(pixCreate(image.width(), image.height(), 32));
+    if (!pix)
+        return nullptr;
+    l_uint32* data = pixGetData(pix.get());
+    const int wpl = pixGetWpl(pix.get());
+    for (int y = 0; y < image.height(); ++y) {
+        const auto* in = reinterpret_cast<const QRgb*>(image.constScanLine(y));
+        l_uint32* out = data + qsizetype(y) * wpl;
+        for (int x = 0; x < image.width(); ++x)
+            out[x] = (l_uint32(qRed(in[x])) << 24) | (l_uint32(qGreen(in[x])) << 16) |
+                     (l_uint32(qBlue(in[x])) << 8) | 0xff;
+    }
+    return pix;
+}
+
+// Screen text is small and crisp; Tesseract reads it best at about twice that size.
+QImage prepared(const QImage& image) {
+    if (qint64(image.width()) * image.height() <= 600'000)
+        return image.scaled(image.size() * 2, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    return image;
+}
+
+Result<QString> recognize(const QImage& image) {
+    // Tesseract's OpenMP threads make it about ten times slower on a loaded machine; one
+    // thread per recognition keeps it fast and leaves the cores to the interface.
+    omp_set_num_threads(1);
+    TessPtr api(new tesseract::TessBaseAPI);
+    if (api->Init(nullptr, "eng", tesseract::OEM_LSTM_ONLY) != 0) {
+        return failure(QStringLiteral("the English language data could not be loaded"));
+    }
+    // A single uniform block: screenshots are mostly lines of UI text, which the automatic
+    // layout analysis tends to split into columns.
+    api->SetPageSegMode(tesseract::PSM_SINGLE_BLOCK);
+    const PixPtr pix = toPix(prepared(image));
+    if (!pix) {
+        return failure(QStringLiteral("there is not enough memory"));
+    }
+    api->SetImage(pix.get());
+    if (api->Recognize(nullptr) != 0) {
+        return failure(QStringLiteral("the text engine stopped with an error"));
+    }
+    const std::unique_ptr<char[], TextDeleter> utf8(api->GetUTF8Text());
+    if (!utf8)
+        return QString();
+    QStringList lines;
+    for (const QString& line : QString::fromUtf8(utf8.get()).split(QLatin1Char('\n'))) {
+        const QString trimmed = line.trimmed();
+        if (!trimmed.isEmpty())
+            lines << trimmed;
+    }
+    return lines.join(QLatin1Char('\n'));
+}
+
+} // namespace
+
+Result<QString> TextRecognizer::text(const QImage& image) {
+    if (image.isNull() || image.width() < 2 || image.height() < 2)
+        return QString();
+    // Tesseract reports trouble by throwing from deep inside; nothing of that crosses here.
+    Result<QString> result = failure(QStringLiteral("unknown error"));
+    try {
+        result = recognize(image);
+    } catch (const std::exception& e) {
+        result = failure(QString::fromLocal8Bit(e.what()));
+    } catch (...) {
+    }
+    if (!result.ok())
+        qCWarning(lcOcr).noquote()
+            << QStringLiteral("Quillmark OCR failed: ") + result.error().reason;
+    return result;
+}
+
+QFuture<Result<QString>> TextRecognizer::textAsync(const QImage& image) {
+    return QtConcurrent::run([image] { return text(image); });
+}
+
+void TextRecognizer::copyText(const QImage& image, QObject* context,
+                              std::function<void(const Result<QString>&)> done) {
+    textAsync(image).then(context, [done = std::move(done)](const Result<QString>& found) {
+        if (found.ok() && !found->isEmpty())
+            QGuiApplication::clipboard()->setText(*found);
+        if (done)
+            done(found);
+    });
+}
+
+} // namespace qm

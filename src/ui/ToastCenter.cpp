@@ -1,0 +1,97 @@
+#include "ui/ToastCenter.h"
+
+#include "ui/Brand.h"
+#include "ui/FloatingWindow.h"
+#include "ui/ToastView.h"
+
+#include <QPropertyAnimation>
+#include <QScreen>
+#include <QWindow>
+#include <cmath>
+
+namespace qm {
+
+namespace {
+void fade(QWidget* window, double to, std::chrono::milliseconds duration,
+          const std::function<void()>& then = {}) {
+    auto* animation = new QPropertyAnimation(window, "windowOpacity", window);
+    animation->setDuration(int(duration.count()));
+    animation->setStartValue(window->windowOpacity());
+    animation->setEndValue(to);
+    if (then)
+        QObject::connect(animation, &QPropertyAnimation::finished, window, then);
+    animation->start(QAbstractAnimation::DeleteWhenStopped);
+}
+} // namespace
+
+ToastCenter::ToastCenter(QObject* parent)
+    : QObject(parent) {
+    dismissTimer_.setSingleShot(true);
+    dismissTimer_.setInterval(std::chrono::duration_cast<std::chrono::milliseconds>(holdSeconds));
+    connect(&dismissTimer_, &QTimer::timeout, this, [this] {
+        if (window_)
+            dismiss(window_);
+    });
+}
+
+ToastCenter::~ToastCenter() {
+    if (window_)
+        window_->close();
+}
+
+QColor ToastCenter::tint(Style style) {
+    switch (style) {
+    case Style::Plain:
+        return Qt::white;
+    case Style::Accent:
+        return Brand::yellow();
+    case Style::Error:
+        return QColor(255, 69, 58);
+    }
+    return Qt::white;
+}
+
+void ToastCenter::present(const QString& text, const QString& symbol, Style style) {
+    // A replaced toast goes at once, and its pending dismissal with it.
+    dismissTimer_.stop();
+    if (window_) {
+        window_->close();
+        window_.clear();
+    }
+
+    auto* toast = new ToastView(text, symbol, tint(style));
+    const QSize size = toast->sizeHint();
+    QScreen* screen = screenUnderPointer();
+    if (size.width() <= 1 || size.height() <= 1 || !screen) {
+        toast->close();
+        return;
+    }
+    const QRect visible = screen->availableGeometry();
+    const int x = int(std::lround(visible.x() + visible.width() / 2.0 - size.width() / 2.0));
+    const int y = visible.y() + visible.height() - bottomMargin - size.height();
+    toast->winId();
+    toast->windowHandle()->setScreen(screen);
+    toast->setGeometry(QRect(QPoint(x, y), size));
+    toast->setWindowOpacity(0.0);
+    toast->show();
+    fade(toast, 1.0, fadeIn);
+
+    window_ = toast;
+    dismissTimer_.start();
+}
+
+void ToastCenter::dismiss(ToastView* window) {
+    if (!window)
+        return;
+    QPointer<ToastView> target(window);
+    QPointer<ToastCenter> self(this);
+    fade(window, 0.0, fadeOut, [self, target] {
+        if (!target)
+            return;
+        if (self && target == self->window_)
+            self->window_.clear();
+        target->close();
+    });
+}
+
+} // namespace qm

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "ui/ToastView.h"
+
+#include <QColor>
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <QTimer>
+#include <chrono>
+
+namespace qm {
+
+// Shows short messages near the bottom of the screen under the pointer, one at a time: a new
+// toast replaces the current one at once. Toasts never take focus and never receive clicks.
+class ToastCenter final : public QObject {
+    Q_OBJECT
+public:
+    // The symbol's tint.
+    enum class Style { Plain, Accent, Error };
+
+    // How long a toast stays fully visible.
+    static constexpr std::chrono::nanoseconds holdSeconds{2'600'000'000};
+    static constexpr std::chrono::milliseconds fadeIn{220};
+    static constexpr std::chrono::milliseconds fadeOut{300};
+    static constexpr int bottomMargin = 24; // points above the screen's usable bottom
+
+    explicit ToastCenter(QObject* parent = nullptr);
+    ~ToastCenter() override;
+
+    // symbol: a name from the bundled symbol set ("doc.on.doc", "square.and.arrow.down" …);
+    // an unknown name shows the text alone.
+    void present(const QString& text, const QString& symbol, Style style = Style::Plain);
+    // Fades a toast out and closes it.
+    void dismiss(ToastView* window);
+
+    // The toast now on screen, or null.
+    ToastView* window() const { return window_; }
+
+    static QColor tint(Style style);
+
+private:
+    QPointer<ToastView> window_;
+    QTimer dismissTimer_;
+};
+
+} // namespace qm

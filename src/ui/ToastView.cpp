@@ -1,0 +1,67 @@
+#include "ui/ToastView.h"
+
+#include "ui/FloatingWindow.h"
+#include "ui/Symbols.h"
+
+#include <QFontMetricsF>
+#include <QGuiApplication>
+#include <QPainter>
+#include <cmath>
+
+namespace qm {
+
+namespace {
+constexpr double kSymbolSize = 16.0;
+constexpr double kSymbolGap = 8.0;
+constexpr double kPaddingX = 16.0;
+constexpr double kPaddingY = 10.0;
+} // namespace
+
+ToastView::ToastView(QString text, QString symbol, QColor tint)
+    : text_(std::move(text))
+    , symbol_(std::move(symbol))
+    , tint_(tint) {
+    setObjectName(QStringLiteral("ToastView"));
+    setWindowTitle(QStringLiteral("Quillmark Toast"));
+    makeFloatingWindow(this, PointerInput::PassThrough);
+    setAttribute(Qt::WA_DeleteOnClose);
+}
+
+QFont ToastView::textFont() const {
+    QFont font = QGuiApplication::font();
+    font.setPixelSize(13);
+    font.setWeight(QFont::DemiBold);
+    return font;
+}
+
+QSize ToastView::sizeHint() const {
+    const QFontMetricsF metrics(textFont());
+    double width = metrics.horizontalAdvance(text_) + 2 * kPaddingX;
+    if (hasSymbol(symbol_))
+        width += kSymbolSize + kSymbolGap;
+    const double height = std::max(metrics.height(), kSymbolSize) + 2 * kPaddingY;
+    return {int(std::ceil(width)), int(std::ceil(height))};
+}
+
+void ToastView::resizeEvent(QResizeEvent*) {
+    shapeRounded(this, height() / 2.0);
+}
+
+void ToastView::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    paintPanelFace(painter, this, height() / 2.0);
+
+    double x = kPaddingX;
+    if (hasSymbol(symbol_)) {
+        const QImage symbol =
+            renderSymbol(symbol_, tint_, QSizeF(kSymbolSize, kSymbolSize), devicePixelRatioF());
+        painter.drawImage(QPointF(x, (height() - kSymbolSize) / 2), symbol);
+        x += kSymbolSize + kSymbolGap;
+    }
+    painter.setFont(textFont());
+    painter.setPen(Qt::white);
+    painter.drawText(QRectF(x, 0, width() - x - kPaddingX, height()),
+                     Qt::AlignVCenter | Qt::AlignLeft, text_);
+}
+
+} // namespace qm

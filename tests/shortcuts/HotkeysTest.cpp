@@ -1,0 +1,164 @@
+#include "TestSupport.h"
+#include "base/KeyCodes.h"
+#include "base/Preferences.h"
+#include "platform/shortcuts/x11/X11GlobalShortcuts.h"
+#include "shortcuts/ComboRecorder.h"
+#include "shortcuts/HotkeyManager.h"
+
+#include <QTemporaryDir>
+#include <QTest>
+#include <QWindow>
+#include <gtest/gtest.h>
+
+using namespace qm;
+
+namespace {
+
+void press(const QString& keys) {
+    test::run(QStringLiteral("xdotool"), {QStringLiteral("key"), keys});
+}
+
+class HotkeysTest : public ::testing::Test {
+protected:
+    std::unique_ptr<X11GlobalShortcuts> backend = X11GlobalShortcuts::connect();
+    HotkeyManager manager{*backend};
+    std::vector<HotkeyAction> fired;
+
+    void registerDefaults() {
+        for (HotkeyAction a : allHotkeyActions) {
+            const HotkeyCombo c = defaultHotkey(a);
+            manager.registerHotkey(c.keyCode, c.carbonModifiers, [this, a] { fired.push_back(a); });
+        }
+    }
+    bool waitFired(size_t count) {
+        return test::waitUntil([&] { return fired.size() >= count; }, std::chrono::seconds(5));
+    }
+};
+
+TEST_F(HotkeysTest, GlobalPressesReachTheirHandlersWhateverTheLockKeys) {
+    ASSERT_TRUE(backend);
+    registerDefaults();
+    EXPECT_EQ(manager.registered(), (std::vector<std::uint32_t>{1, 2, 3, 4}));
+
+    press(QStringLiteral("ctrl+shift+9"));
+    ASSERT_TRUE(waitFired(1));
+    EXPECT_EQ(fired.back(), HotkeyAction::Fullscreen);
+
+    // Num Lock and Caps Lock add modifier bits of their own to the press.
+    press(QStringLiteral("Num_Lock"));
+    press(QStringLiteral("ctrl+shift+4"));
+    ASSERT_TRUE(waitFired(2));
+    EXPECT_EQ(fired.back(), HotkeyAction::Region);
+    press(QStringLiteral("Caps_Lock"));
+    press(QStringLiteral("ctrl+shift+8"));
+    ASSERT_TRUE(waitFired(3));
+    EXPECT_EQ(fired.back(), HotkeyAction::Window);
+    press(QStringLiteral("Num_Lock"));
+    press(QStringLiteral("Caps_Lock"));
+
+    // Without the modifiers the key is left to the focused program.
+    press(QStringLiteral("4"));
+    press(QStringLiteral("ctrl+4"));
+    QTest::qWait(200);
+    EXPECT_EQ(fired.size(), 3u);
+
+    // Registering again never reuses an id, and the old grabs are gone.
+    manager.unregisterAll();
+    press(QStringLiteral("ctrl+shift+6"));
+    QTest::qWait(200);
+    EXPECT_EQ(fired.size(), 3u);
+    registerDefaults();
+    EXPECT_EQ(manager.registered(), (std::vector<std::uint32_t>{5, 6, 7, 8}));
+    press(QStringLiteral("ctrl+shift+6"));
+    ASSERT_TRUE(waitFired(4));
+    EXPECT_EQ(fired.back(), HotkeyAction::Record);
+}
+
+TEST_F(HotkeysTest, AShortcutHeldByAnotherProgramIsLoggedAndTheOthersStillWork) {
+    // Another client takes Ctrl+Shift+4 first.
+    auto other = X11GlobalShortcuts::connect();
+    ASSERT_EQ(other->grab(1, '4', Qt::ControlModifier | Qt::ShiftModifier), 0);
+
+    test::LogCapture log;
+    registerDefaults();
+    EXPECT_EQ(manager.registered(), (std::vector<std::uint32_t>{2, 3, 4}));
+    EXPECT_TRUE(log.contains(QStringLiteral("Quillmark: failed to register hotkey id=1 status=10")))
+        << log.lines().join(QLatin1Char('\n')).toStdString();
+
+    press(QStringLiteral("ctrl+shift+8"));
+    ASSERT_TRUE(waitFired(1));
+    EXPECT_EQ(fired.back(), HotkeyAction::Window);
+}
+
+class ComboRecorderTest : public HotkeysTest {
+protected:
+    QTemporaryDir dir;
+    IniSettingsStore store{dir.filePath(QStringLiteral("q.conf"))};
+    Preferences prefs{store};
+    ComboRecorder recorder{prefs, manager};
+    QWindow window;
+
+    void SetUp() override {
+        window.resize(200, 100);
+        window.show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+    }
+};
+
+TEST_F(ComboRecorderTest, RecordsAComboAndIgnoresKeysThatCannotBeShortcuts) {
+    registerDefaults();
+    int notifications = 0;
+    QObject::connect(&prefs, &Preferences::quillmarkHotkeysChanged, &prefs,
+                     [&] { ++notifications; });
+
+    recorder.begin(HotkeyAction::Window);
+    EXPECT_TRUE(manager.registered().empty()) << "no global shortcut while recording";
+
+    QTest::keyClick(&window, Qt::Key_A, Qt::ShiftModifier); // shift alone
+    QTest::keyClick(&window, Qt::Key_5);                    // no modifier
+    EXPECT_EQ(recorder.recordingAction(), HotkeyAction::Window);
+    EXPECT_TRUE(prefs.hotkeys().empty());
+
+    QTest::keyClick(&window, Qt::Key_F5, Qt::AltModifier);
+    EXPECT_FALSE(recorder.recordingAction());
+    EXPECT_EQ(prefs.hotkey(HotkeyAction::Window),
+              (HotkeyCombo{96, CarbonModifier::Option, QStringLiteral("F5")}));
+    EXPECT_GE(notifications, 1);
+
+    // A shifted digit is stored as the digit's key.
+    recorder.begin(HotkeyAction::Record);
+    QTest::keyClick(&window, Qt::Key_Dollar, Qt::ControlModifier | Qt::ShiftModifier);
+    EXPECT_EQ(prefs.hotkey(HotkeyAction::Record), (HotkeyCombo{21, 0x300, QStringLiteral("4")}));
+    EXPECT_EQ(keys::shortcutText(prefs.hotkey(HotkeyAction::Record)),
+              QStringLiteral("Ctrl+Shift+4"));
+}
+
+TEST_F(ComboRecorderTest, EscapeCancelsWithoutChangeAndAsksForReRegistration) {
+    recorder.begin(HotkeyAction::Region);
+    int notifications = 0;
+    QObject::connect(&prefs, &Preferences::quillmarkHotkeysChanged, &prefs,
+                     [&] { ++notifications; });
+    QTest::keyClick(&window, Qt::Key_Escape);
+    EXPECT_FALSE(recorder.recordingAction());
+    EXPECT_TRUE(prefs.hotkeys().empty());
+    EXPECT_EQ(notifications, 1);
+    // Keys pass through untouched once recording is over.
+    QTest::keyClick(&window, Qt::Key_F5, Qt::AltModifier);
+    EXPECT_TRUE(prefs.hotkeys().empty());
+}
+
+TEST(KeyCodes, LabelsAndDesktopText) {
+    EXPECT_EQ(keys::keyDisplay(49), QStringLiteral("Space"));
+    EXPECT_EQ(keys::keyDisplay(36), QStringLiteral("↩"));
+    EXPECT_EQ(keys::keyDisplay(111), QStringLiteral("F12"));
+    EXPECT_EQ(keys::keyDisplay(0), QStringLiteral("A"));
+    EXPECT_EQ(keys::keyDisplay(105), QStringLiteral("F13"));
+    EXPECT_FALSE(keys::keyDisplay(53)); // Escape never makes a shortcut label
+    EXPECT_EQ(keys::shortcutText(
+                  {96, CarbonModifier::Option | CarbonModifier::Control, QStringLiteral("F5")}),
+              QStringLiteral("Meta+Alt+F5"));
+    for (HotkeyAction a : allHotkeyActions)
+        EXPECT_TRUE(keys::shortcutText(defaultHotkey(a)).startsWith(QStringLiteral("Ctrl+Shift+")));
+}
+
+} // namespace

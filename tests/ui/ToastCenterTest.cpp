@@ -1,0 +1,157 @@
+#include "ui/ToastCenter.h"
+
+#include "TestSupport.h"
+#include "ui/Brand.h"
+#include "ui/ToastView.h"
+
+#include <QApplication>
+#include <QGuiApplication>
+#include <QLineEdit>
+#include <QMouseEvent>
+#include <QPointer>
+#include <QScreen>
+#include <QTest>
+#include <QVBoxLayout>
+#include <QWindow>
+#include <cmath>
+#include <gtest/gtest.h>
+
+using namespace qm;
+using namespace qm::test;
+
+namespace {
+
+QPoint toDevice(QScreen* screen, QPointF global) {
+    // On X11 Qt keeps each screen's top-left in device pixels and scales only within it.
+    const QPointF origin = screen->geometry().topLeft();
+    const QPointF device = origin + (global - origin) * screen->devicePixelRatio();
+    return {int(std::lround(device.x())), int(std::lround(device.y()))};
+}
+
+void xdotool(const QStringList& args) {
+    ASSERT_EQ(run(QStringLiteral("xdotool"), args).exitCode, 0) << args.join(u' ').toStdString();
+}
+
+// A window that counts the presses it receives.
+class ClickTarget final : public QWidget {
+public:
+    int presses = 0;
+
+protected:
+    void mousePressEvent(QMouseEvent*) override { ++presses; }
+};
+
+class ToastCenterTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        screen = QGuiApplication::screens().constLast();
+        const QPoint center = toDevice(screen, QRectF(screen->geometry()).center());
+        xdotool({QStringLiteral("mousemove"), QString::number(center.x()),
+                 QString::number(center.y())});
+        ASSERT_TRUE(waitUntil([&] { return QGuiApplication::screenAt(QCursor::pos()) == screen; }));
+    }
+
+    bool showing(ToastView* toast) const {
+        return toast && toast->isVisible() && toast->windowHandle()->isExposed();
+    }
+
+    QScreen* screen = nullptr;
+    ToastCenter toasts;
+};
+
+TEST_F(ToastCenterTest, SitsCentredAboveTheBottomOfTheScreenUnderThePointer) {
+    toasts.present(QStringLiteral("Copied"), QStringLiteral("doc.on.doc"),
+                   ToastCenter::Style::Plain);
+    QPointer<ToastView> toast = toasts.window();
+    ASSERT_TRUE(waitUntil([&] { return showing(toast); }));
+    EXPECT_EQ(toast->screen(), screen);
+    const QRect visible = screen->availableGeometry();
+    const QRect frame = toast->geometry();
+    EXPECT_NEAR(frame.center().x(), visible.center().x(), 1);
+    EXPECT_EQ(frame.bottom() + 1, visible.bottom() + 1 - ToastCenter::bottomMargin);
+    EXPECT_EQ(toast->text(), QStringLiteral("Copied"));
+    EXPECT_EQ(toast->size(), toast->sizeHint());
+}
+
+TEST_F(ToastCenterTest, NewToastReplacesTheCurrentOneAtOnceAndKeepsItsOwnTime) {
+    toasts.present(QStringLiteral("Copied"), QStringLiteral("doc.on.doc"),
+                   ToastCenter::Style::Plain);
+    QPointer<ToastView> first = toasts.window();
+    ASSERT_TRUE(waitUntil([&] { return showing(first); }));
+    QTest::qWait(1000);
+
+    toasts.present(QStringLiteral("Saved to Quillmark"), QStringLiteral("square.and.arrow.down"),
+                   ToastCenter::Style::Accent);
+    // Gone before the event loop ran once: no fade for a replaced toast.
+    EXPECT_TRUE(!first || !first->isVisible());
+    QPointer<ToastView> second = toasts.window();
+    ASSERT_TRUE(second);
+    EXPECT_EQ(second->text(), QStringLiteral("Saved to Quillmark"));
+    EXPECT_EQ(second->tint(), Brand::yellow());
+    ASSERT_TRUE(waitUntil([&] { return showing(second); }));
+
+    // When the first toast's time would have run out, the second is still there.
+    QTest::qWait(1900);
+    EXPECT_EQ(toasts.window(), second.data());
+    EXPECT_TRUE(second && second->isVisible());
+    const QWidgetList windows = QApplication::topLevelWidgets();
+    EXPECT_EQ(
+        std::count_if(windows.begin(), windows.end(),
+                      [](QWidget* w) { return w->isVisible() && qobject_cast<ToastView*>(w); }),
+        1);
+
+    // And then it fades away by itself.
+    ASSERT_TRUE(waitUntil([&] { return !second; }, std::chrono::seconds(5)));
+    EXPECT_FALSE(toasts.window());
+}
+
+TEST_F(ToastCenterTest, NeverTakesFocusNorClicks) {
+    // The user works in a window that lies under where toasts appear.
+    ClickTarget below;
+    auto* layout = new QVBoxLayout(&below);
+    auto* editor = new QLineEdit(&below);
+    layout->addWidget(editor);
+    layout->addStretch();
+    below.setGeometry(screen->availableGeometry().adjusted(40, 40, -40, -10));
+    below.show();
+    below.activateWindow();
+    ASSERT_TRUE(waitUntil([&] { return editor->hasFocus(); }));
+    const QString focused = QString::number(below.winId());
+    ASSERT_TRUE(waitUntil([&] {
+        return run(QStringLiteral("xdotool"), {QStringLiteral("getwindowfocus")}).out.trimmed() ==
+               focused.toLatin1();
+    }));
+
+    toasts.present(QStringLiteral("Moved to Trash"), QStringLiteral("trash"),
+                   ToastCenter::Style::Error);
+    QPointer<ToastView> toast = toasts.window();
+    ASSERT_TRUE(waitUntil([&] { return showing(toast); }));
+    const QPoint toastCenter = toast->geometry().center();
+    ASSERT_TRUE(below.frameGeometry().contains(toastCenter));
+    QApplication::processEvents();
+
+    EXPECT_TRUE(editor->hasFocus());
+    EXPECT_EQ(QGuiApplication::focusWindow(), below.windowHandle());
+    EXPECT_EQ(run(QStringLiteral("xdotool"), {QStringLiteral("getwindowfocus")}).out.trimmed(),
+              focused.toLatin1());
+
+    // A click on the toast lands in the window below it.
+    const QPoint device = toDevice(screen, toastCenter);
+    xdotool({QStringLiteral("mousemove"), QString::number(device.x()), QString::number(device.y()),
+             QStringLiteral("click"), QStringLiteral("1")});
+    EXPECT_TRUE(waitUntil([&] { return below.presses == 1; }));
+    EXPECT_TRUE(toast && toast->isVisible());
+}
+
+TEST_F(ToastCenterTest, DismissFadesTheToastOut) {
+    toasts.present(QStringLiteral("Reply copied"), QStringLiteral("no.such.symbol"),
+                   ToastCenter::Style::Plain);
+    QPointer<ToastView> toast = toasts.window();
+    ASSERT_TRUE(waitUntil([&] { return showing(toast); }));
+    toasts.dismiss(toast);
+    EXPECT_TRUE(toast); // fading, not yet gone
+    ASSERT_TRUE(waitUntil([&] { return !toast; }, std::chrono::seconds(3)));
+    EXPECT_FALSE(toasts.window());
+}
+
+} // namespace
