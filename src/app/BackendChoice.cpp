@@ -4,6 +4,8 @@
 #include "platform/capture/x11/X11CaptureBackend.h"
 #include "platform/shortcuts/x11/X11GlobalShortcuts.h"
 #include "platform/sound/canberra/CanberraSoundPlayer.h"
+#include "platform/surface/null/NullSurfaceBackend.h"
+#include "platform/surface/x11/X11SurfaceBackend.h"
 
 #include <QGuiApplication>
 
@@ -49,6 +51,13 @@ std::unique_ptr<ScreenCaptureBackend> createScreenCaptureBackend(const CaptureSe
             QStringLiteral("The X display could not be opened for capture."));
     }
     return std::make_unique<NullCaptureBackend>(choice.reason);
+}
+
+std::unique_ptr<SurfaceBackend> createSurfaceBackend() {
+    if (auto x11 = X11SurfaceBackend::create())
+        return x11;
+    return std::make_unique<NullSurfaceBackend>(
+        QStringLiteral("Floating panels stay opaque on this display server."));
 }
 
 } // namespace qm::platform

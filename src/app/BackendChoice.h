@@ -6,6 +6,7 @@
 #include "platform/capture/api/ScreenCaptureBackend.h"
 #include "platform/shortcuts/api/GlobalShortcutBackend.h"
 #include "platform/sound/api/SoundPlayer.h"
+#include "platform/surface/api/SurfaceBackend.h"
 
 #include <QString>
 #include <memory>
@@ -35,6 +36,10 @@ CaptureBackendChoice chooseCaptureBackend(const CaptureSession& session);
 // says why.
 std::unique_ptr<ScreenCaptureBackend>
 createScreenCaptureBackend(const CaptureSession& session = CaptureSession::fromEnvironment());
+
+// What floating windows may ask the display server: the X11 one when the application runs on
+// X11, else one that asks nothing. Needs the QGuiApplication.
+std::unique_ptr<SurfaceBackend> createSurfaceBackend();
 
 } // namespace qm::platform
 

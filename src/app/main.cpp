@@ -12,6 +12,7 @@
 #include "platform/shortcuts/api/GlobalShortcutBackend.h"
 #include "platform/sound/api/SoundPlayer.h"
 #include "shortcuts/HotkeyManager.h"
+#include "ui/FloatingWindow.h"
 #include "ui/Theme.h"
 #include "ui/ToastCenter.h"
 
@@ -33,6 +34,9 @@ int main(int argc, char** argv) {
     // A tray utility: closing its last window never ends it.
     QApplication::setQuitOnLastWindowClosed(false);
     qm::installLogPattern();
+    // Before any floating window is made; it outlives them all.
+    const auto surfaces = qm::platform::createSurfaceBackend();
+    qm::installSurfaceBackend(surfaces.get());
 
     const auto parsed = qm::parseCommandLine(QApplication::arguments().mid(1));
     if (const auto* error = std::get_if<qm::CommandLineError>(&parsed)) {

@@ -1,5 +1,7 @@
 #include "ui/FloatingWindow.h"
 
+#include "platform/surface/null/NullSurfaceBackend.h"
+
 #include <QCursor>
 #include <QGuiApplication>
 #include <QPainter>
@@ -7,23 +9,21 @@
 #include <QRegion>
 #include <QScreen>
 #include <QWidget>
-#include <cstdlib>
-#include <memory>
-#include <xcb/xcb.h>
 
 namespace qm {
 
 namespace {
-template <typename T> using XcbReply = std::unique_ptr<T, decltype(&std::free)>;
-
-// The X screen number of DISPLAY (":0.1" → 1).
-int defaultScreenNumber() {
-    const QByteArray display = qgetenv("DISPLAY");
-    const int colon = display.lastIndexOf(':');
-    const int dot = display.indexOf('.', colon < 0 ? 0 : colon);
-    return dot < 0 ? 0 : display.mid(dot + 1).toInt();
-}
+platform::SurfaceBackend* installedBackend = nullptr;
 } // namespace
+
+void installSurfaceBackend(platform::SurfaceBackend* backend) {
+    installedBackend = backend;
+}
+
+platform::SurfaceBackend& surfaceBackend() {
+    static platform::NullSurfaceBackend fallback;
+    return installedBackend ? *installedBackend : fallback;
+}
 
 void makeFloatingWindow(QWidget* window, PointerInput input) {
     Qt::WindowFlags flags = Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
@@ -45,23 +45,7 @@ void makeFloatingWindow(QWidget* window, PointerInput input) {
 }
 
 bool translucencyAvailable() {
-    const auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
-    if (!x11 || !x11->connection())
-        return false;
-    xcb_connection_t* connection = x11->connection();
-    const QByteArray name = "_NET_WM_CM_S" + QByteArray::number(defaultScreenNumber());
-    const XcbReply<xcb_intern_atom_reply_t> atom(
-        xcb_intern_atom_reply(connection,
-                              xcb_intern_atom(connection, 1, uint16_t(name.size()), name.data()),
-                              nullptr),
-        &std::free);
-    if (!atom || atom->atom == XCB_ATOM_NONE)
-        return false;
-    const XcbReply<xcb_get_selection_owner_reply_t> owner(
-        xcb_get_selection_owner_reply(connection, xcb_get_selection_owner(connection, atom->atom),
-                                      nullptr),
-        &std::free);
-    return owner && owner->owner != XCB_WINDOW_NONE;
+    return surfaceBackend().compositingAvailable();
 }
 
 void shapeRounded(QWidget* window, double radius) {

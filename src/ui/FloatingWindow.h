@@ -1,11 +1,20 @@
 #pragma once
 
+#include "platform/surface/api/SurfaceBackend.h"
+
 class QScreen;
 class QWidget;
 
 class QPainter;
 
 namespace qm {
+
+// The one process-wide platform service of the kit: what floating surfaces ask the display
+// server. The composition root installs the session's backend at start-up, before any window
+// is made, and keeps it alive until the last one is gone; null puts back the default, which
+// asks nothing (opaque surfaces with masked corners).
+void installSurfaceBackend(platform::SurfaceBackend* backend);
+platform::SurfaceBackend& surfaceBackend();
 
 // Whether a floating surface lets the pointer through to the windows below it.
 enum class PointerInput { PassThrough, Accept };

@@ -25,12 +25,13 @@ void CountdownController::DeleteLater::operator()(CountdownView* view) const {
 }
 
 CountdownController::CountdownController(SoundPlayer& sounds, QObject* parent)
+    : CountdownController(sounds, std::make_unique<TimerTicker>(tickInterval), parent) {}
+
+CountdownController::CountdownController(SoundPlayer& sounds,
+                                         std::unique_ptr<CountdownTicker> ticker, QObject* parent)
     : QObject(parent)
-    , sounds_(sounds) {
-    timer_.setInterval(tickInterval);
-    timer_.setTimerType(Qt::PreciseTimer);
-    connect(&timer_, &QTimer::timeout, this, &CountdownController::tick);
-}
+    , sounds_(sounds)
+    , ticker_(std::move(ticker)) {}
 
 CountdownController::~CountdownController() {
     teardown();
@@ -59,11 +60,11 @@ void CountdownController::begin(int seconds, std::function<void()> onFire,
     }
     panel_->show();
     panel_->raise();
-    timer_.start();
+    ticker_->start([this] { tick(); });
 }
 
 void CountdownController::cancel() {
-    if (!panel_ && !timer_.isActive())
+    if (!panel_ && !ticker_->isActive())
         return;
     std::function<void()> onCancel = std::exchange(onCancel_, nullptr);
     teardown();
@@ -83,7 +84,7 @@ void CountdownController::tick() {
 }
 
 void CountdownController::teardown() {
-    timer_.stop();
+    ticker_->stop();
     panel_.reset();
     onFire_ = nullptr;
     onCancel_ = nullptr;

@@ -1,7 +1,8 @@
 #pragma once
 
+#include "capture/ui/CountdownTicker.h"
+
 #include <QObject>
-#include <QTimer>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -37,6 +38,9 @@ public:
     static constexpr int bottomMargin = 24; // points above the screen's usable bottom
 
     explicit CountdownController(SoundPlayer& sounds, QObject* parent = nullptr);
+    // Paced by `ticker` instead of a one-second timer.
+    CountdownController(SoundPlayer& sounds, std::unique_ptr<CountdownTicker> ticker,
+                        QObject* parent = nullptr);
     ~CountdownController() override;
 
     // onFire runs right after the last tick; onCancel when the user cancels. A countdown of
@@ -45,7 +49,7 @@ public:
     // Ends the countdown as the Cancel button does: onCancel, never onFire.
     void cancel();
 
-    bool isRunning() const { return timer_.isActive(); }
+    bool isRunning() const { return ticker_->isActive(); }
     const CountdownState& state() const { return state_; }
     // The panel on screen, or null when idle.
     CountdownView* panel() const { return panel_.get(); }
@@ -59,7 +63,7 @@ private:
 
     SoundPlayer& sounds_;
     std::unique_ptr<CountdownView, DeleteLater> panel_;
-    QTimer timer_;
+    std::unique_ptr<CountdownTicker> ticker_;
     std::function<void()> onFire_;
     std::function<void()> onCancel_;
     CountdownState state_;

@@ -11,6 +11,9 @@
 namespace qm {
 
 class SelectionView;
+namespace platform {
+class SurfaceBackend;
+}
 
 // Shows the selection overlay over a frozen screen and answers once with an area, a window or
 // nothing (cancelled).
@@ -19,6 +22,9 @@ class SelectionOverlayController final : public QObject {
 public:
     using Completion = std::function<void(std::optional<SelectionResult>)>;
 
+    explicit SelectionOverlayController(platform::SurfaceBackend& surface,
+                                        QObject* parent = nullptr);
+    // On the surface backend the application installed for its floating windows.
     explicit SelectionOverlayController(QObject* parent = nullptr);
     ~SelectionOverlayController() override;
 
@@ -40,6 +46,7 @@ private:
     void finish(std::optional<SelectionResult> result);
     void closeView();
 
+    platform::SurfaceBackend& surface_;
     std::unique_ptr<SelectionView, DeleteLater> view_;
     Completion onComplete_;
 };

@@ -2,6 +2,7 @@
 #include "TestSupport.h"
 #include "capture/ui/SelectionOverlayController.h"
 #include "capture/ui/SelectionView.h"
+#include "platform/surface/x11/X11SurfaceBackend.h"
 
 #include <QApplication>
 #include <QLineEdit>
@@ -56,14 +57,15 @@ protected:
     }
 
     SelectionView* view() const { return controller.view(); }
+    const SelectionModel& selection() const { return view()->selection(); }
 
     // Moves the real pointer to a point in view coordinates and waits until the view saw it.
     void moveTo(QPointF point) {
         const QPoint device = toDevice(screen, origin + point);
         xdotool({QStringLiteral("mousemove"), arg(device.x()), arg(device.y())});
-        ASSERT_TRUE(waitUntil([&] { return view() && near(view()->mousePoint(), point); }))
-            << "pointer at " << (view() ? view()->mousePoint().x() : -1) << ","
-            << (view() ? view()->mousePoint().y() : -1);
+        ASSERT_TRUE(waitUntil([&] { return view() && near(selection().mousePoint(), point); }))
+            << "pointer at " << (view() ? selection().mousePoint().x() : -1) << ","
+            << (view() ? selection().mousePoint().y() : -1);
     }
     void press() { xdotool({QStringLiteral("mousedown"), QStringLiteral("1")}); }
     // Releases the button and waits for the one answer.
@@ -81,7 +83,9 @@ protected:
     QScreen* screen = nullptr;
     QPointF origin;
     DisplayCapture capture;
-    SelectionOverlayController controller;
+    // The real display server's reports: they carry the exact pixel on scaled screens.
+    std::unique_ptr<platform::X11SurfaceBackend> surface = platform::X11SurfaceBackend::create();
+    SelectionOverlayController controller{*surface};
     std::vector<std::optional<SelectionResult>> results;
     std::function<void()> whenAnswered;
 };
@@ -91,11 +95,11 @@ TEST_F(SelectionOverlayTest, RegionStartsOnlyPastTheDragThreshold) {
     moveTo({200, 200});
     press();
     moveTo({203, 204}); // exactly 5 points away
-    EXPECT_FALSE(view()->isDragging());
-    EXPECT_FALSE(view()->sizeReadout());
+    EXPECT_FALSE(selection().isDragging());
+    EXPECT_FALSE(selection().sizeReadout());
     moveTo({206, 200}); // 6 points: a region begins, though still too thin to keep
-    EXPECT_TRUE(view()->isDragging());
-    EXPECT_EQ(view()->currentRect(), QRectF(200, 200, 6, 0));
+    EXPECT_TRUE(selection().isDragging());
+    EXPECT_EQ(selection().currentRect(), QRectF(200, 200, 6, 0));
     moveTo({204, 204}); // 4 × 4: the smallest region kept
     release();
     ASSERT_EQ(results.size(), 1u);
@@ -117,7 +121,8 @@ TEST_F(SelectionOverlayTest, RegionIsReportedInGlobalPointsWithItsPixelSize) {
     press();
     moveTo({150, 120}); // dragged up and left: the rectangle still starts at its top-left
     const double scale = screen->devicePixelRatio();
-    EXPECT_EQ(view()->sizeReadout(), QStringLiteral("%1 × %2").arg(100 * scale).arg(50 * scale));
+    EXPECT_EQ(selection().sizeReadout(),
+              QStringLiteral("%1 × %2").arg(100 * scale).arg(50 * scale));
     // By the time the answer comes the overlay is off the screen, so the caller may grab the
     // screen again at once.
     QColor shownWhenAnswered;
@@ -150,12 +155,14 @@ TEST_F(SelectionOverlayTest, ThinDragPicksTheWindowUnderItOrCancels) {
 TEST_F(SelectionOverlayTest, HoverAndClickTakeTheFrontMostWindow) {
     begin(twoWindows(), QStringLiteral("Record"));
     moveTo({100, 100});
-    ASSERT_TRUE(view()->hoveredWindow());
-    EXPECT_EQ(view()->windowLabel(*view()->hoveredWindow()), QStringLiteral("Record Alpha Window"));
+    ASSERT_TRUE(selection().hoveredWindow());
+    EXPECT_EQ(selection().windowLabel(*selection().hoveredWindow()),
+              QStringLiteral("Record Alpha Window"));
     moveTo({300, 200}); // where the two overlap
-    ASSERT_TRUE(view()->hoveredWindow());
-    EXPECT_EQ(view()->hoveredWindow()->windowId, 42u);
-    EXPECT_EQ(view()->windowLabel(*view()->hoveredWindow()), QStringLiteral("Record Window"));
+    ASSERT_TRUE(selection().hoveredWindow());
+    EXPECT_EQ(selection().hoveredWindow()->windowId, 42u);
+    EXPECT_EQ(selection().windowLabel(*selection().hoveredWindow()),
+              QStringLiteral("Record Window"));
     press();
     release();
     ASSERT_EQ(results.size(), 1u);
@@ -175,7 +182,7 @@ TEST_F(SelectionOverlayTest, EscapeCancelsMidDragWhateverWindowHadFocus) {
     moveTo({100, 100});
     press();
     moveTo({180, 170});
-    ASSERT_TRUE(view()->isDragging());
+    ASSERT_TRUE(selection().isDragging());
     xdotool({QStringLiteral("key"), QStringLiteral("Escape")});
     ASSERT_TRUE(waitUntil([&] { return !results.empty(); }));
     EXPECT_FALSE(results[0]);
@@ -222,7 +229,7 @@ TEST_F(SelectionOverlayTest, KeysReachTheOverlayWhileAnotherProgramHasFocus) {
 TEST_F(SelectionOverlayTest, LoupeStaysInsideTheScreenAndMagnifiesThePointer) {
     begin();
     moveTo({20, 300});
-    const QRectF loupe = view()->loupeRect();
+    const QRectF loupe = selection().loupeRect();
     EXPECT_EQ(loupe.center(), QPointF(110, 300));
     EXPECT_EQ(loupe.size(), QSizeF(132, 132));
 
@@ -234,7 +241,7 @@ TEST_F(SelectionOverlayTest, LoupeStaysInsideTheScreenAndMagnifiesThePointer) {
     if (const QByteArray path = qgetenv("QM_OVERLAY_SHOT"); !path.isEmpty())
         shown.save(QString::fromLocal8Bit(path));
     const double scale = screen->devicePixelRatio();
-    const QPoint pixel = view()->pixelUnderPointer();
+    const QPoint pixel = selection().pixelUnderPointer();
     EXPECT_EQ(pixel, QPoint(int(20 * scale), int(300 * scale)));
     const auto shownAt = [&](QPointF point) {
         return shown.pixelColor(int(point.x() * scale), int(point.y() * scale));
@@ -250,7 +257,7 @@ TEST_F(SelectionOverlayTest, LoupeStaysInsideTheScreenAndMagnifiesThePointer) {
 
     // Bottom-right corner: clamped the other way.
     moveTo({view()->width() - 5.0, view()->height() - 5.0});
-    EXPECT_EQ(view()->loupeRect().center(),
+    EXPECT_EQ(selection().loupeRect().center(),
               QPointF(view()->width() - 110.0, view()->height() - 110.0));
 }
 
@@ -260,10 +267,10 @@ TEST_F(SelectionOverlayTest, ReadoutOnTheLastPixelColumnStillShowsAColour) {
     const int lastColumn = capture.image.width() - 1;
     const int row = int(100 * scale);
     moveTo({lastColumn / scale, 100});
-    EXPECT_EQ(view()->pixelUnderPointer(), QPoint(lastColumn, row));
+    EXPECT_EQ(selection().pixelUnderPointer(), QPoint(lastColumn, row));
     const QColor color = syntheticColor(lastColumn, row);
     EXPECT_EQ(
-        view()->colorReadout(),
+        selection().colorReadout(),
         QStringLiteral("#%1 · %2, %3").arg(color.name().mid(1).toUpper()).arg(lastColumn).arg(row));
 }
 

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QPoint>
+#include <QString>
+#include <QWindow>
+#include <optional>
+
+namespace qm::platform {
+
+// What the program's own windows need from the display server beyond what Qt offers: whether
+// they can be see-through, a way to wait until the server has carried out what was asked, and
+// the pointer's exact position on screens that scale by a fraction.
+class SurfaceBackend {
+public:
+    virtual ~SurfaceBackend() = default;
+
+    // Short name for logs and tests ("x11", "null").
+    virtual QString name() const = 0;
+    // Why the server cannot be asked here, in one sentence; empty when it can.
+    virtual QString unavailableReason() const { return {}; }
+
+    // Whether a compositing manager runs, so windows can have see-through parts.
+    virtual bool compositingAvailable() = 0;
+    // Returns once the server has handled every request sent so far: a window just hidden is
+    // off the screen.
+    virtual void sync() = 0;
+    // Where the pointer is in `window`, in whole device pixels, as the server last told this
+    // program (no request is made). Nothing when its last report was about another window.
+    // Qt rounds pointer positions to whole points, which on a scaled screen hides every other
+    // pixel; this is the exact one.
+    virtual std::optional<QPoint> lastPointerPosition(WId window) const = 0;
+};
+
+} // namespace qm::platform
