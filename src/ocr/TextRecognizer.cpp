@@ -5,6 +5,7 @@
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QPointer>
+#include <QScopeGuard>
 #include <QStringList>
 #include <QtConcurrent/QtConcurrentRun>
 #include <allheaders.h>
@@ -59,21 +60,47 @@ QImage prepared(const QImage& image) {
     return image;
 }
 
-Result<QString> recognize(const QImage& image) {
+// Where Tesseract looks for its language data, for the reason shown when it is not there.
+QString dataFolder() {
+    const QString prefix = qEnvironmentVariable("TESSDATA_PREFIX");
+    return prefix.isEmpty() ? QStringLiteral("the system's Tesseract data folder") : prefix;
+}
+
+// Starting an engine loads the language model, which takes longer than most recognitions;
+// each worker thread keeps the one it started and tears it down when the thread ends. A start
+// that failed is not kept, so the next recognition tries again (the data may be installed by
+// then).
+thread_local TessPtr thisThreadsEngine;
+
+Result<tesseract::TessBaseAPI*> threadEngine() {
+    if (thisThreadsEngine)
+        return thisThreadsEngine.get();
     // Tesseract's OpenMP threads make it about ten times slower on a loaded machine; one
-    // thread per recognition keeps it fast and leaves the cores to the interface.
+    // thread per recognition keeps it fast and leaves the cores to the interface. The limit
+    // is per thread, so it is set on each thread that gets an engine.
     omp_set_num_threads(1);
     TessPtr api(new tesseract::TessBaseAPI);
-    if (api->Init(nullptr, "eng", tesseract::OEM_LSTM_ONLY) != 0) {
-        return failure(QStringLiteral("the English language data could not be loaded"));
-    }
+    if (api->Init(nullptr, "eng", tesseract::OEM_LSTM_ONLY) != 0)
+        return failure(QStringLiteral("the English language data could not be loaded from %1")
+                           .arg(dataFolder()));
     // A single uniform block: screenshots are mostly lines of UI text, which the automatic
     // layout analysis tends to split into columns.
     api->SetPageSegMode(tesseract::PSM_SINGLE_BLOCK);
+    thisThreadsEngine = std::move(api);
+    return thisThreadsEngine.get();
+}
+
+Result<QString> recognize(const QImage& image) {
+    const Result<tesseract::TessBaseAPI*> engine = threadEngine();
+    if (!engine.ok())
+        return engine.error();
+    tesseract::TessBaseAPI* api = *engine;
     const PixPtr pix = toPix(prepared(image));
     if (!pix) {
         return failure(QStringLiteral("there is not enough memory"));
     }
+    // Clear drops the last image and its results, so the engine holds nothing between calls.
+    const auto clear = qScopeGuard([api] { api->Clear(); });
     api->SetImage(pix.get());
     if (api->Recognize(nullptr) != 0) {
         return failure(QStringLiteral("the text engine stopped with an error"));
@@ -101,7 +128,10 @@ Result<QString> TextRecognizer::text(const QImage& image) {
         result = recognize(image);
     } catch (const std::exception& e) {
         result = failure(QString::fromLocal8Bit(e.what()));
+        thisThreadsEngine
+            .reset(); // whatever state it was left in, the next recognition starts afresh
     } catch (...) {
+        thisThreadsEngine.reset();
     }
     if (!result.ok())
         qCWarning(lcOcr).noquote()

@@ -17,7 +17,8 @@ namespace qm {
 class TextRecognizer {
 public:
     // The recognised text, empty when the image holds none; an error (also logged) when the
-    // engine failed. Blocks for a second or more: call it off the UI thread.
+    // engine failed or could not start. Blocks for a fraction of a second or more (the first
+    // call on a thread also starts that thread's engine): call it off the UI thread.
     static Result<QString> text(const QImage& image);
 
     // text() on a worker thread.

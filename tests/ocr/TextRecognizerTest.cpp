@@ -55,6 +55,21 @@ TEST(TextRecognizer, FindsNothingInAnEmptyImage) {
     EXPECT_EQ(TextRecognizer::text(QImage()), Result<QString>(QString()));
 }
 
+TEST(TextRecognizer, ParallelRecognitionsEachReadTheirOwnImage) {
+    // Each worker keeps its own engine; two at once must not mix their images or results.
+    const QString first = QStringLiteral("Invoice 2291 was paid on Monday");
+    const QString second = QStringLiteral("Backup completed without warnings");
+    for (int round = 0; round < 2; ++round) {
+        auto a = TextRecognizer::textAsync(textImage({first}));
+        auto b = TextRecognizer::textAsync(textImage({second}));
+        const Result<QString> readA = a.result();
+        const Result<QString> readB = b.result();
+        ASSERT_TRUE(readA.ok() && readB.ok());
+        EXPECT_EQ(*readA, first);
+        EXPECT_EQ(*readB, second);
+    }
+}
+
 TEST(TextRecognizer, CopiesWhatItReadsToTheClipboard) {
     QObject context;
     std::optional<bool> found;
