@@ -1,7 +1,7 @@
 #include "editor/ui/AnnotationCanvas.h"
 
-#include "editor/model/AnnotationRenderer.h"
 #include "editor/model/EditorModel.h"
+#include "editor/render/AnnotationRenderer.h"
 #include "ocr/TextRecognizer.h"
 
 #include <QFocusEvent>
@@ -141,15 +141,15 @@ AnnotationCanvas::AnnotationCanvas(EditorModel& model, QWidget* parent)
     });
 
     const auto repaint = [this] { update(); };
-    connect(&m_model, &EditorModel::annotationsChanged, this, [this] {
-        if (m_textEditID && !m_model.annotation(*m_textEditID))
+    connect(&m_model.document(), &AnnotationDocument::annotationsChanged, this, [this] {
+        if (m_textEditID && !m_model.document().annotation(*m_textEditID))
             endTextEditing();
         syncTextEditor();
         update();
     });
-    connect(&m_model, &EditorModel::selectedIDsChanged, this, repaint);
-    connect(&m_model, &EditorModel::cropEditChanged, this, repaint);
-    connect(&m_model, &EditorModel::cropRectChanged, this, repaint);
+    connect(&m_model.document(), &AnnotationDocument::selectedIDsChanged, this, repaint);
+    connect(&m_model.document(), &AnnotationDocument::cropEditChanged, this, repaint);
+    connect(&m_model.document(), &AnnotationDocument::cropRectChanged, this, repaint);
     connect(&m_model, &EditorModel::ocrSelectingChanged, this, [this] {
         updateCursor(mapFromGlobal(QCursor::pos()));
         Q_EMIT capsuleChanged();
@@ -160,8 +160,8 @@ AnnotationCanvas::AnnotationCanvas(EditorModel& model, QWidget* parent)
         updateCursor(mapFromGlobal(QCursor::pos()));
         update();
     });
-    connect(&m_model, &EditorModel::editingTextIDChanged, this, [this] {
-        if (m_textEditID && m_model.editingTextID() != m_textEditID)
+    connect(&m_model.document(), &AnnotationDocument::editingTextIDChanged, this, [this] {
+        if (m_textEditID && m_model.document().editingTextID() != m_textEditID)
             endTextEditing();
     });
 }
@@ -213,7 +213,8 @@ void AnnotationCanvas::makeScaledBase() {
     if (m_scale * dpr >= 1 || m_scaledBaseScale == m_scale)
         return;
     const QSize size = (QSizeF(m_model.pixelSize()) * m_scale * dpr).toSize();
-    QImage reduced = m_model.cgBase().scaled(size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    QImage reduced =
+        m_model.document().cgBase().scaled(size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
     reduced.setDevicePixelRatio(dpr);
     m_scaledBase = QPixmap::fromImage(std::move(reduced));
     m_scaledBaseScale = m_scale;
@@ -246,9 +247,9 @@ void AnnotationCanvas::paintEvent(QPaintEvent* event) {
         const QRectF source =
             QRectF(toImage(dirty.topLeft()), toImage(QPointF(dirty.bottomRight()) + QPointF(1, 1)))
                 .toAlignedRect()
-                .intersected(m_model.cgBase().rect());
+                .intersected(m_model.document().cgBase().rect());
         painter.setRenderHint(QPainter::SmoothPixmapTransform, m_scale < 2);
-        painter.drawImage(toWidget(source), m_model.cgBase(), source);
+        painter.drawImage(toWidget(source), m_model.document().cgBase(), source);
     }
 
     painter.save();
@@ -256,15 +257,16 @@ void AnnotationCanvas::paintEvent(QPaintEvent* event) {
     painter.translate(m_margin, m_margin);
     painter.scale(m_scale, m_scale);
     painter.setRenderHint(QPainter::SmoothPixmapTransform, m_scale < 2);
-    const QList<Annotation>& marks = m_model.annotations();
+    const QList<Annotation>& marks = m_model.document().annotations();
     const bool anyPixelate = std::any_of(marks.cbegin(), marks.cend(), [](const Annotation& a) {
         return a.is<Annotation::Pixelate>();
     });
     const QUuid skip = m_textEditID.value_or(QUuid());
-    AnnotationRenderer::drawMarks(painter, anyPixelate ? &m_model.pixelatedImage() : nullptr, marks,
-                                  skip);
+    AnnotationRenderer::drawMarks(
+        painter, anyPixelate ? &m_model.document().pixelatedImage() : nullptr, marks, skip);
     // The text being typed shows in its field; only its chip is painted here.
-    if (const Annotation* editing = m_textEditID ? m_model.annotation(*m_textEditID) : nullptr) {
+    if (const Annotation* editing =
+            m_textEditID ? m_model.document().annotation(*m_textEditID) : nullptr) {
         if (const auto* text = editing->as<Annotation::Text>(); text && editing->textBackground) {
             const double fs = text->fontSize;
             const QRectF r = AnnotationRenderer::textRect(*text, this);
@@ -277,7 +279,8 @@ void AnnotationCanvas::paintEvent(QPaintEvent* event) {
     }
     if (m_draft) {
         if (m_draft->is<Annotation::Pixelate>())
-            AnnotationRenderer::drawPixelation(painter, m_model.pixelatedImage(), *m_draft);
+            AnnotationRenderer::drawPixelation(painter, m_model.document().pixelatedImage(),
+                                               *m_draft);
         else
             AnnotationRenderer::draw(painter, *m_draft);
     }
@@ -288,9 +291,9 @@ void AnnotationCanvas::paintEvent(QPaintEvent* event) {
 
 void AnnotationCanvas::paintOverlays(QPainter& painter) {
     painter.setRenderHint(QPainter::Antialiasing);
-    if (m_model.cropEdit() && m_model.tool() == AnnotationTool::Crop) {
-        drawCropFrame(painter, m_model.cropEdit()->normalized());
-    } else if (const auto crop = m_model.cropRect()) {
+    if (m_model.document().cropEdit() && m_model.tool() == AnnotationTool::Crop) {
+        drawCropFrame(painter, m_model.document().cropEdit()->normalized());
+    } else if (const auto crop = m_model.document().cropRect()) {
         // What the crop leaves out fades into the background, so the kept part reads at once.
         QPainterPath outside;
         outside.addRect(toWidget(QRectF(QPointF(0, 0), QSizeF(m_model.pixelSize()))));
@@ -305,7 +308,7 @@ void AnnotationCanvas::paintOverlays(QPainter& painter) {
     drawSelection(painter);
 
     if (m_textEditID)
-        if (const Annotation* a = m_model.annotation(*m_textEditID))
+        if (const Annotation* a = m_model.document().annotation(*m_textEditID))
             if (const auto* text = a->as<Annotation::Text>()) {
                 QPen pen(accent, 1, Qt::DashLine);
                 painter.setPen(pen);
@@ -318,7 +321,7 @@ void AnnotationCanvas::paintOverlays(QPainter& painter) {
         if (const auto r = editableRect(*m_draft))
             drawSizeBadge(painter, r->normalized());
     } else if (m_resizeHandle && m_gestureTarget) {
-        if (const Annotation* a = m_model.annotation(*m_gestureTarget))
+        if (const Annotation* a = m_model.document().annotation(*m_gestureTarget))
             if (const auto r = editableRect(*a))
                 drawSizeBadge(painter, *r);
     }
@@ -341,10 +344,10 @@ void AnnotationCanvas::paintOverlays(QPainter& painter) {
 }
 
 void AnnotationCanvas::drawSelection(QPainter& painter) {
-    const QSet<QUuid>& selected = m_model.selectedIDs();
+    const QSet<QUuid>& selected = m_model.document().selectedIDs();
     if (selected.isEmpty())
         return;
-    for (const Annotation& a : m_model.annotations()) {
+    for (const Annotation& a : m_model.document().annotations()) {
         if (!selected.contains(a.id()) || a.id() == m_textEditID)
             continue;
         const QRectF r = toWidget(a.bounds()).adjusted(-1.5, -1.5, 1.5, 1.5);
@@ -356,7 +359,7 @@ void AnnotationCanvas::drawSelection(QPainter& painter) {
     }
     if (selected.size() != 1)
         return;
-    const Annotation* a = m_model.annotation(*selected.cbegin());
+    const Annotation* a = m_model.document().annotation(*selected.cbegin());
     if (!a)
         return;
     if (const auto ends = editableEnds(*a))
@@ -472,7 +475,8 @@ void AnnotationCanvas::mouseDoubleClickEvent(QMouseEvent* event) {
     // A double click on a text mark with the select tool opens it for typing.
     if (event->button() == Qt::LeftButton && m_model.tool() == AnnotationTool::Select) {
         const QPointF at = toImage(event->position());
-        for (auto it = m_model.annotations().crbegin(); it != m_model.annotations().crend(); ++it)
+        for (auto it = m_model.document().annotations().crbegin();
+             it != m_model.document().annotations().crend(); ++it)
             if (const auto* text = it->as<Annotation::Text>())
                 if (AnnotationRenderer::textRect(*text, this).adjusted(-6, -6, 6, 6).contains(at)) {
                     resetGesture();
@@ -494,10 +498,10 @@ void AnnotationCanvas::beginGesture(QPointF at, Qt::KeyboardModifiers modifiers)
     }
     const AnnotationTool tool = m_model.tool();
     if (tool == AnnotationTool::Select) {
-        const auto selected = m_model.selectedIDs();
+        const auto selected = m_model.document().selectedIDs();
         if (selected.size() == 1) {
             const QUuid id = *selected.cbegin();
-            if (const Annotation* a = m_model.annotation(id)) {
+            if (const Annotation* a = m_model.document().annotation(id)) {
                 const double tolerance = handleTolerancePoints / std::max(m_scale, 0.01);
                 if (const auto ends = editableEnds(*a)) {
                     if (distance(at, ends->first) <= tolerance) {
@@ -519,18 +523,19 @@ void AnnotationCanvas::beginGesture(QPointF at, Qt::KeyboardModifiers modifiers)
                 }
             }
         }
-        if (const auto hit = m_model.hitTest(at)) {
-            if (!m_model.selectedIDs().contains(*hit))
-                m_model.selectOnly(hit);
+        if (const auto hit = m_model.document().hitTest(at)) {
+            if (!m_model.document().selectedIDs().contains(*hit))
+                m_model.document().selectOnly(hit);
             m_moveLast = at;
             return;
         }
         m_selectionMarquee = QRectF(at, at);
-        m_model.setSelection({});
+        m_model.document().setSelection({});
         return;
     }
     if (tool == AnnotationTool::Crop) {
-        const QRectF frame = m_model.cropEdit()
+        const QRectF frame = m_model.document()
+                                 .cropEdit()
                                  .value_or(QRectF(QPointF(0, 0), QSizeF(m_model.pixelSize())))
                                  .normalized();
         m_cropStart = frame;
@@ -608,10 +613,10 @@ void AnnotationCanvas::changeGesture(QPointF at, Qt::KeyboardModifiers modifiers
             return;
         // One snapshot for the whole move, so undo puts everything back where it started.
         if (!m_didBeginMove) {
-            m_model.beginChange();
+            m_model.document().beginChange();
             m_didBeginMove = true;
         }
-        m_model.translateSelection(at - *m_moveLast);
+        m_model.document().translateSelection(at - *m_moveLast);
         m_moveLast = at;
         return;
     }
@@ -619,22 +624,23 @@ void AnnotationCanvas::changeGesture(QPointF at, Qt::KeyboardModifiers modifiers
         if (!m_didBeginMove) {
             if (at == m_start)
                 return;
-            m_model.beginChange();
+            m_model.document().beginChange();
             m_didBeginMove = true;
         }
         const QRectF r = resizedRect(*m_resizeStart, *m_resizeHandle, at);
-        m_model.updateAnnotation(*m_gestureTarget, [&](Annotation& a) { setRect(a, r); });
+        m_model.document().updateAnnotation(*m_gestureTarget,
+                                            [&](Annotation& a) { setRect(a, r); });
         return;
     }
     if (m_endpointHandle && m_gestureTarget) {
-        const Annotation* a = m_model.annotation(*m_gestureTarget);
+        const Annotation* a = m_model.document().annotation(*m_gestureTarget);
         const auto ends = a ? editableEnds(*a) : std::nullopt;
         if (!ends)
             return;
         if (!m_didBeginMove) {
             if (at == m_start)
                 return;
-            m_model.beginChange();
+            m_model.document().beginChange();
             m_didBeginMove = true;
         }
         const bool movingStart = *m_endpointHandle == EndpointHandle::Start;
@@ -642,7 +648,7 @@ void AnnotationCanvas::changeGesture(QPointF at, Qt::KeyboardModifiers modifiers
         const QPointF target = (modifiers & Qt::ShiftModifier) ? snapped45(fixed, at) : at;
         const QPointF p = separated(fixed, target, m_endpointPrevious);
         m_endpointPrevious = p;
-        m_model.updateAnnotation(*m_gestureTarget, [&](Annotation& annotation) {
+        m_model.document().updateAnnotation(*m_gestureTarget, [&](Annotation& annotation) {
             if (movingStart)
                 setEnds(annotation, p, fixed);
             else
@@ -652,7 +658,7 @@ void AnnotationCanvas::changeGesture(QPointF at, Qt::KeyboardModifiers modifiers
     }
     if (m_selectionMarquee) {
         m_selectionMarquee = QRectF(m_start, at).normalized();
-        m_model.setSelection(m_model.annotationIDs(*m_selectionMarquee));
+        m_model.document().setSelection(m_model.document().annotationIDs(*m_selectionMarquee));
         update();
         return;
     }
@@ -673,7 +679,7 @@ void AnnotationCanvas::changeGesture(QPointF at, Qt::KeyboardModifiers modifiers
                 return;
             frame = QRectF(m_start, at).normalized().intersected(image);
         }
-        m_model.setCropEdit(frame);
+        m_model.document().setCropEdit(frame);
         return;
     }
 }
@@ -695,7 +701,7 @@ void AnnotationCanvas::endGesture(QPointF at) {
         const bool click = distance(at, m_start) < 4;
         if (tool == AnnotationTool::Text && click)
             textClick(m_start);
-        else if (tool == AnnotationTool::Step && !m_model.handToolActive())
+        else if (tool == AnnotationTool::Step && !m_model.zoom().handToolActive())
             m_model.addStep(m_start);
     }
     resetGesture();
@@ -719,8 +725,8 @@ void AnnotationCanvas::commitDraft() {
         return;
     if (const auto* hl = draft.as<Annotation::Highlight>(); hl && hl->points.size() < 2)
         return;
-    m_model.beginChange();
-    m_model.appendAnnotation(draft);
+    m_model.document().beginChange();
+    m_model.document().appendAnnotation(draft);
 }
 
 void AnnotationCanvas::resetGesture() {
@@ -738,7 +744,7 @@ void AnnotationCanvas::resetGesture() {
 }
 
 void AnnotationCanvas::updateCursor(QPointF widgetPoint) {
-    if (m_model.handToolActive())
+    if (m_model.zoom().handToolActive())
         return;
     const QPointF at = toImage(widgetPoint);
     Qt::CursorShape shape = Qt::CrossCursor;
@@ -748,9 +754,9 @@ void AnnotationCanvas::updateCursor(QPointF widgetPoint) {
         switch (m_model.tool()) {
         case AnnotationTool::Select: {
             shape = Qt::ArrowCursor;
-            const auto& selected = m_model.selectedIDs();
+            const auto& selected = m_model.document().selectedIDs();
             if (selected.size() == 1)
-                if (const Annotation* a = m_model.annotation(*selected.cbegin())) {
+                if (const Annotation* a = m_model.document().annotation(*selected.cbegin())) {
                     const double tolerance = handleTolerancePoints / std::max(m_scale, 0.01);
                     if (const auto ends = editableEnds(*a)) {
                         if (distance(at, ends->first) <= tolerance ||
@@ -763,7 +769,7 @@ void AnnotationCanvas::updateCursor(QPointF widgetPoint) {
                         }
                     }
                 }
-            if (shape == Qt::ArrowCursor && m_model.hitTest(at))
+            if (shape == Qt::ArrowCursor && m_model.document().hitTest(at))
                 shape = Qt::SizeAllCursor;
             break;
         }
@@ -771,7 +777,7 @@ void AnnotationCanvas::updateCursor(QPointF widgetPoint) {
             shape = Qt::IBeamCursor;
             break;
         case AnnotationTool::Crop:
-            if (const auto frame = m_model.cropEdit()) {
+            if (const auto frame = m_model.document().cropEdit()) {
                 if (const auto h = hitTestHandle(at, frame->normalized(), m_scale)) {
                     setCursor(handleCursor(*h));
                     return;
@@ -790,20 +796,21 @@ void AnnotationCanvas::updateCursor(QPointF widgetPoint) {
 // --- Text ---
 
 void AnnotationCanvas::textClick(QPointF at) {
-    m_model.commitPendingText();
-    for (auto it = m_model.annotations().crbegin(); it != m_model.annotations().crend(); ++it)
+    m_model.document().commitPendingText();
+    for (auto it = m_model.document().annotations().crbegin();
+         it != m_model.document().annotations().crend(); ++it)
         if (const auto* text = it->as<Annotation::Text>())
             if (AnnotationRenderer::textRect(*text, this).adjusted(-6, -6, 6, 6).contains(at)) {
                 beginTextEditing(it->id());
                 return;
             }
     const double width = std::max(0.2 * m_model.pixelSize().width(), 200.0);
-    const double fontSize = m_model.textFontSize();
+    const double fontSize = m_model.styles().textFontSize();
     Annotation text(
         Annotation::Text{QRectF(at.x(), at.y(), width, 1.6 * fontSize), QString(), fontSize},
-        m_model.color(), m_model.lineWidth(), m_model.textHasBackground());
-    m_model.beginChange();
-    m_model.appendAnnotation(text);
+        m_model.color(), m_model.lineWidth(), m_model.styles().textHasBackground());
+    m_model.document().beginChange();
+    m_model.document().appendAnnotation(text);
     beginTextEditing(text.id());
 }
 
@@ -812,7 +819,7 @@ QPlainTextEdit* AnnotationCanvas::textEditor() const {
 }
 
 void AnnotationCanvas::beginTextEditing(const QUuid& id) {
-    const Annotation* a = m_model.annotation(id);
+    const Annotation* a = m_model.document().annotation(id);
     if (!a || !a->is<Annotation::Text>())
         return;
     if (m_textEditID && *m_textEditID != id)
@@ -824,7 +831,7 @@ void AnnotationCanvas::beginTextEditing(const QUuid& id) {
                 return;
             const QString string = m_textEdit->toPlainText();
             m_syncingText = true;
-            m_model.updateAnnotation(*m_textEditID, [&](Annotation& annotation) {
+            m_model.document().updateAnnotation(*m_textEditID, [&](Annotation& annotation) {
                 if (auto* text = annotation.as<Annotation::Text>())
                     text->string = string;
             });
@@ -833,9 +840,9 @@ void AnnotationCanvas::beginTextEditing(const QUuid& id) {
         });
     }
     m_textEditID = id;
-    m_model.setEditingTextID(id);
-    if (m_model.selectedIDs().contains(id))
-        m_model.setSelection({});
+    m_model.document().setEditingTextID(id);
+    if (m_model.document().selectedIDs().contains(id))
+        m_model.document().setSelection({});
     syncTextEditor();
     m_textEdit->show();
     m_textEdit->setFocus(Qt::OtherFocusReason);
@@ -852,17 +859,17 @@ void AnnotationCanvas::endTextEditing() {
     m_textEdit->hide();
     if (hadFocus)
         setFocus(Qt::OtherFocusReason);
-    if (m_model.editingTextID() == id)
-        m_model.commitPendingText();
-    if (m_model.tool() == AnnotationTool::Select && m_model.annotation(id))
-        m_model.selectOnly(id);
+    if (m_model.document().editingTextID() == id)
+        m_model.document().commitPendingText();
+    if (m_model.tool() == AnnotationTool::Select && m_model.document().annotation(id))
+        m_model.document().selectOnly(id);
     update();
 }
 
 void AnnotationCanvas::syncTextEditor() {
     if (!m_textEditID || !m_textEdit)
         return;
-    const Annotation* a = m_model.annotation(*m_textEditID);
+    const Annotation* a = m_model.document().annotation(*m_textEditID);
     const auto* text = a ? a->as<Annotation::Text>() : nullptr;
     if (!text)
         return;
@@ -889,7 +896,7 @@ void AnnotationCanvas::syncTextEditor() {
 // --- Copy text ---
 
 void AnnotationCanvas::copyTextInRegion(const QRectF& rect) {
-    const QImage& base = m_model.baseImage();
+    const QImage& base = m_model.document().baseImage();
     if (base.isNull() || m_model.pixelSize().isEmpty())
         return;
     // Image pixels to the raster's own grid (they differ for images with a device ratio).
