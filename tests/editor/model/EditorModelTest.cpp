@@ -324,6 +324,40 @@ TEST_F(EditorModelTest, SelectionFieldsStayInStep) {
     EXPECT_TRUE(m->document().selectedIDs().isEmpty());
 }
 
+TEST_F(EditorModelTest, SelectionNeverNamesADeletedMarkAndListenersSeeItWhole) {
+    auto m = makeModel();
+    AnnotationDocument& doc = m->document();
+    const QUuid a = add(*m, Annotation::Rectangle{{0, 0, 10, 10}});
+    const QUuid b = add(*m, Annotation::Rectangle{{50, 50, 10, 10}});
+    // Whichever signal a listener hears, the single id and the set agree.
+    int checks = 0;
+    const auto agree = [&] {
+        ++checks;
+        const QSet<QUuid>& ids = doc.selectedIDs();
+        EXPECT_EQ(doc.selectedID(),
+                  ids.size() == 1 ? std::optional<QUuid>(*ids.cbegin()) : std::nullopt);
+    };
+    QObject::connect(&doc, &AnnotationDocument::selectedIDChanged, agree);
+    QObject::connect(&doc, &AnnotationDocument::selectedIDsChanged, agree);
+
+    doc.setSelectedID(a);
+    doc.setSelection({a, b});
+    doc.removeSelected();
+    EXPECT_TRUE(doc.annotations().isEmpty());
+    EXPECT_TRUE(doc.selectedIDs().isEmpty());
+    doc.undo(); // both back, nothing selected
+    EXPECT_EQ(doc.annotations().size(), 2);
+    EXPECT_TRUE(doc.selectedIDs().isEmpty());
+    doc.selectOnly(b);
+    doc.redo(); // b is gone again; so is its selection
+    EXPECT_TRUE(doc.annotations().isEmpty());
+    EXPECT_FALSE(doc.selectedID());
+    EXPECT_EQ(doc.selectedAnnotation(), nullptr);
+    doc.setSelection({a}); // ids of deleted marks are dropped
+    EXPECT_TRUE(doc.selectedIDs().isEmpty());
+    EXPECT_GE(checks, 8);
+}
+
 TEST_F(EditorModelTest, HitTestingHasASixPixelToleranceAndPrefersTheTopMark) {
     auto m = makeModel();
     const QUuid lower = add(*m, Annotation::Rectangle{{100, 100, 200, 100}});

@@ -124,6 +124,52 @@ TEST_F(CanvasTest, AWholeMoveIsOneUndoStep) {
     EXPECT_EQ(back->end, QPointF(300, 200));
 }
 
+TEST_F(CanvasTest, AToolSwitchMidDragCancelsTheDragOutright) {
+    open();
+    zoom(100);
+    const auto press = [&](QPointF p) { QTest::mousePress(canvas(), Qt::LeftButton, {}, at(p)); };
+    const auto moveTo = [&](QPointF p) {
+        QMouseEvent move(QEvent::MouseMove, canvas()->toWidget(p),
+                         canvas()->mapToGlobal(canvas()->toWidget(p)), Qt::NoButton, Qt::LeftButton,
+                         Qt::NoModifier);
+        QApplication::sendEvent(canvas(), &move);
+    };
+    const auto release = [&](QPointF p) {
+        QTest::mouseRelease(canvas(), Qt::LeftButton, {}, canvas()->toWidget(p).toPoint());
+        QApplication::processEvents();
+    };
+    const auto idle = [&] { return std::holds_alternative<canvas::Idle>(canvas()->gesture()); };
+
+    // A half-drawn rectangle and a pressed step badge leave nothing when the tool changes.
+    model->setTool(AnnotationTool::Rectangle);
+    press(QPointF(100, 100));
+    moveTo(QPointF(300, 250));
+    EXPECT_TRUE(std::holds_alternative<canvas::DrawShape>(canvas()->gesture()));
+    model->setTool(AnnotationTool::Step);
+    EXPECT_TRUE(idle());
+    moveTo(QPointF(320, 260));
+    release(QPointF(320, 260));
+    model->setTool(AnnotationTool::Step);
+    press(QPointF(400, 400));
+    model->setTool(AnnotationTool::Select);
+    release(QPointF(400, 400));
+    EXPECT_TRUE(model->document().annotations().isEmpty());
+    EXPECT_EQ(model->document().undoCount(), 0);
+
+    // A move keeps its one undo step, and stops where it was when the tool changed.
+    const QUuid id = add(Annotation::Rectangle{{100, 100, 100, 100}});
+    model->setTool(AnnotationTool::Select);
+    press(QPointF(150, 150));
+    moveTo(QPointF(170, 180));
+    model->setTool(AnnotationTool::Rectangle);
+    moveTo(QPointF(400, 400));
+    release(QPointF(400, 400));
+    EXPECT_TRUE(idle());
+    EXPECT_EQ(rectOf(id), QRectF(120, 130, 100, 100));
+    EXPECT_EQ(model->document().undoCount(), 2);
+    EXPECT_EQ(model->document().annotations().size(), 1);
+}
+
 TEST_F(CanvasTest, ArrowEndsStayTwelvePixelsApart) {
     open();
     zoom(100);
