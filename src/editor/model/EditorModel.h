@@ -8,6 +8,7 @@
 
 #include <QImage>
 #include <QObject>
+#include <functional>
 #include <optional>
 
 namespace qm {

@@ -3,7 +3,6 @@
 #include "editor/model/EditorModel.h"
 #include "editor/render/AnnotationRenderer.h"
 
-#include <QPaintEvent>
 #include <QPainter>
 #include <QPainterPath>
 #include <QWidget>
