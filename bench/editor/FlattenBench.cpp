@@ -1,7 +1,9 @@
 #include "TestSupport.h"
 #include "base/SettingsStore.h"
-#include "editor/model/AnnotationRenderer.h"
 #include "editor/model/EditorModel.h"
+#include "editor/model/Pixelation.h"
+#include "editor/render/AnnotationRenderer.h"
+#include "editor/render/Flatten.h"
 
 #include <QPainter>
 #include <QTemporaryDir>
@@ -85,21 +87,21 @@ struct Document {
     Document() {
         store = std::make_unique<IniSettingsStore>(dir.filePath(QStringLiteral("q.conf")));
         model = std::make_unique<EditorModel>(screenshot(), *store);
-        model->setAnnotations(mixedMarks());
-        model->setBackground(BackgroundStyle{QStringLiteral("indigo"), 48, 18, true});
+        model->document().setAnnotations(mixedMarks());
+        model->backdrop().setBackground(BackgroundStyle{QStringLiteral("indigo"), 48, 18, true});
     }
 };
 
 // Export of an open document: the pixelated source already exists.
 void BM_flatten_3840x2160_200marks_backdrop(benchmark::State& state) {
     Document doc;
-    doc.model->flatten();
-    const qint64 pixelKey = doc.model->pixelatedImage().cacheKey();
+    flatten(*doc.model);
+    const qint64 pixelKey = doc.model->document().pixelatedImage().cacheKey();
     for (auto _ : state) {
-        QImage out = doc.model->flatten();
+        QImage out = flatten(*doc.model);
         benchmark::DoNotOptimize(out.constBits());
     }
-    if (doc.model->pixelatedImage().cacheKey() != pixelKey)
+    if (doc.model->document().pixelatedImage().cacheKey() != pixelKey)
         state.SkipWithError("pixelation source was recomputed");
 }
 BENCHMARK(BM_flatten_3840x2160_200marks_backdrop)->Unit(benchmark::kMillisecond)->UseRealTime();
@@ -110,7 +112,7 @@ void BM_flatten_3840x2160_200marks_backdrop_firstExport(benchmark::State& state)
         state.PauseTiming();
         auto doc = std::make_unique<Document>();
         state.ResumeTiming();
-        QImage out = doc->model->flatten();
+        QImage out = flatten(*doc->model);
         benchmark::DoNotOptimize(out.constBits());
         state.PauseTiming();
         doc.reset();
@@ -124,7 +126,7 @@ BENCHMARK(BM_flatten_3840x2160_200marks_backdrop_firstExport)
 void BM_pixelate_3840x2160(benchmark::State& state) {
     const QImage base = screenshot().convertToFormat(QImage::Format_ARGB32_Premultiplied);
     for (auto _ : state) {
-        QImage out = AnnotationRenderer::pixelate(base, kWidth / 55.0);
+        QImage out = pixelated(base, kWidth / 55.0);
         benchmark::DoNotOptimize(out.constBits());
     }
 }

@@ -29,15 +29,15 @@ struct Scene {
         view = std::make_unique<CanvasScrollView>(*model);
         view->resize(1600, 1000);
         view->show();
-        model->setZoomPercent(zoom);
+        model->zoom().setZoomPercent(zoom);
         view->horizontalScrollBar()->setValue(view->horizontalScrollBar()->maximum() / 2);
         view->verticalScrollBar()->setValue(view->verticalScrollBar()->maximum() / 2);
         // A few finished marks, as in a document being worked on.
         for (int i = 0; i < 12; ++i) {
             const QPointF at(300 + 250 * i, 200 + 140 * i);
-            model->appendAnnotation(
+            model->document().appendAnnotation(
                 Annotation(Annotation::Arrow{at, at + QPointF(200, 120)}, QColor(255, 59, 48), 4));
-            model->appendAnnotation(
+            model->document().appendAnnotation(
                 Annotation(Annotation::Rectangle{QRectF(at + QPointF(40, -80), QSizeF(220, 90))},
                            QColor(255, 59, 48), 4));
         }
@@ -83,14 +83,14 @@ void penDrag(benchmark::State& state, std::optional<double> zoom) {
             state.PauseTiming();
             scene.send(QEvent::MouseButtonRelease, scene.visiblePoint(scribble(i)), Qt::LeftButton,
                        Qt::NoButton);
-            scene.model->undo();
+            scene.model->document().undo();
             scene.settle();
             scene.send(QEvent::MouseButtonPress, scene.visiblePoint(scribble(i)), Qt::LeftButton,
                        Qt::LeftButton);
             state.ResumeTiming();
         }
     }
-    state.counters["zoom %"] = scene.model->currentZoomPercent();
+    state.counters["zoom %"] = scene.model->zoom().currentZoomPercent();
 }
 
 // The reference: repainting the whole visible canvas for every move, as a canvas that does
@@ -101,7 +101,7 @@ void fullRepaint(benchmark::State& state, std::optional<double> zoom) {
         scene.canvas().update();
         QApplication::processEvents();
     }
-    state.counters["zoom %"] = scene.model->currentZoomPercent();
+    state.counters["zoom %"] = scene.model->zoom().currentZoomPercent();
 }
 
 // One Ctrl+wheel notch on a reduced view: the new zoom and its first repaint.

@@ -1,27 +1,22 @@
 #include "editor/ui/AnnotationCanvas.h"
 
-#include "editor/model/AnnotationRenderer.h"
 #include "editor/model/EditorModel.h"
-#include "ocr/TextRecognizer.h"
+#include "editor/render/AnnotationRenderer.h"
+#include "editor/ui/CanvasPainter.h"
+#include "editor/ui/CanvasTextEditor.h"
+#include "editor/ui/RegionTextCopier.h"
 
-#include <QFocusEvent>
-#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
-#include <QPainterPath>
-#include <QPlainTextEdit>
-#include <QTextDocument>
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace qm {
 
 using namespace canvas;
 
 namespace {
-
-const QColor accent(10, 132, 255);
-constexpr int ocrMessageMs = 1400;
 
 double distance(QPointF a, QPointF b) {
     return std::hypot(a.x() - b.x(), a.y() - b.y());
@@ -82,87 +77,38 @@ Qt::CursorShape handleCursor(ResizeHandle h) {
     return Qt::ArrowCursor;
 }
 
+template <class... Fs> struct Overloaded : Fs... { using Fs::operator()...; };
+template <class... Fs> Overloaded(Fs...) -> Overloaded<Fs...>;
+
 } // namespace
-
-// The field laid over a text mark while it is typed; it ends on Escape and when focus goes
-// elsewhere in the window (not when a popover or another window takes it for a moment).
-class InlineTextEdit final : public QPlainTextEdit {
-public:
-    explicit InlineTextEdit(QWidget* parent, std::function<void()> onEnd)
-        : QPlainTextEdit(parent)
-        , m_onEnd(std::move(onEnd)) {
-        setFrameShape(QFrame::NoFrame);
-        setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-        setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-        setLineWrapMode(QPlainTextEdit::WidgetWidth);
-        setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
-        document()->setDocumentMargin(0);
-        setContentsMargins(0, 0, 0, 0);
-        setViewportMargins(0, 0, 0, 0);
-        viewport()->setAutoFillBackground(false);
-        setAutoFillBackground(false);
-        setBackgroundVisible(false);
-        setStyleSheet(QStringLiteral("background: transparent;"));
-    }
-
-protected:
-    void keyPressEvent(QKeyEvent* event) override {
-        if (event->key() == Qt::Key_Escape && event->modifiers() == Qt::NoModifier) {
-            m_onEnd();
-            return;
-        }
-        QPlainTextEdit::keyPressEvent(event);
-    }
-    void focusOutEvent(QFocusEvent* event) override {
-        QPlainTextEdit::focusOutEvent(event);
-        if (event->reason() != Qt::PopupFocusReason &&
-            event->reason() != Qt::ActiveWindowFocusReason)
-            m_onEnd();
-    }
-
-private:
-    std::function<void()> m_onEnd;
-};
 
 AnnotationCanvas::AnnotationCanvas(EditorModel& model, QWidget* parent)
     : QWidget(parent)
-    , m_model(model) {
+    , m_model(model)
+    , m_painter(new CanvasPainter(model, *this, m_transform))
+    , m_textEditor(new CanvasTextEditor(model, *this, m_transform))
+    , m_copier(new RegionTextCopier(model, this)) {
     setAttribute(Qt::WA_OpaquePaintEvent);
     setMouseTracking(true);
     setFocusPolicy(Qt::ClickFocus);
-    m_scaledBaseTimer.setSingleShot(true);
-    m_scaledBaseTimer.setInterval(120);
-    connect(&m_scaledBaseTimer, &QTimer::timeout, this, &AnnotationCanvas::makeScaledBase);
-    m_ocrMessageTimer.setSingleShot(true);
-    m_ocrMessageTimer.setInterval(ocrMessageMs);
-    connect(&m_ocrMessageTimer, &QTimer::timeout, this, [this] {
-        m_ocrMessage.reset();
-        Q_EMIT capsuleChanged();
-    });
+    connect(m_copier, &RegionTextCopier::textCopied, this, &AnnotationCanvas::textCopied);
+    connect(m_copier, &RegionTextCopier::capsuleChanged, this, &AnnotationCanvas::capsuleChanged);
 
     const auto repaint = [this] { update(); };
-    connect(&m_model, &EditorModel::annotationsChanged, this, [this] {
-        if (m_textEditID && !m_model.annotation(*m_textEditID))
-            endTextEditing();
-        syncTextEditor();
-        update();
-    });
-    connect(&m_model, &EditorModel::selectedIDsChanged, this, repaint);
-    connect(&m_model, &EditorModel::cropEditChanged, this, repaint);
-    connect(&m_model, &EditorModel::cropRectChanged, this, repaint);
+    const AnnotationDocument& document = m_model.document();
+    connect(&document, &AnnotationDocument::annotationsChanged, this, repaint);
+    connect(&document, &AnnotationDocument::selectedIDsChanged, this, repaint);
+    connect(&document, &AnnotationDocument::cropEditChanged, this, repaint);
+    connect(&document, &AnnotationDocument::cropRectChanged, this, repaint);
     connect(&m_model, &EditorModel::ocrSelectingChanged, this, [this] {
         updateCursor(mapFromGlobal(QCursor::pos()));
-        Q_EMIT capsuleChanged();
         update();
     });
     connect(&m_model, &EditorModel::toolChanged, this, [this] {
-        resetGesture();
+        // A drag with the old tool ends here, leaving nothing half done behind.
+        m_gesture = Idle{};
         updateCursor(mapFromGlobal(QCursor::pos()));
         update();
-    });
-    connect(&m_model, &EditorModel::editingTextIDChanged, this, [this] {
-        if (m_textEditID && m_model.editingTextID() != m_textEditID)
-            endTextEditing();
     });
 }
 
@@ -171,274 +117,61 @@ AnnotationCanvas::~AnnotationCanvas() = default;
 // --- Geometry ---
 
 void AnnotationCanvas::setScale(double scale) {
-    if (!(scale > 0) || scale == m_scale)
+    if (!(scale > 0) || scale == m_transform.scale)
         return;
-    m_scale = scale;
-    m_scaledBaseTimer.start(); // wait for the zoom to settle before making the reduced copy
+    m_transform.scale = scale;
+    m_painter->scaleChanged();
     resize(documentSize(scale));
-    syncTextEditor();
+    m_textEditor->sync();
     update();
 }
 
 void AnnotationCanvas::setMargins(double margin, double bottomExtra) {
-    m_margin = margin;
+    m_transform.margin = margin;
     m_bottomExtra = bottomExtra;
-    resize(documentSize(m_scale));
+    resize(documentSize(m_transform.scale));
     update();
 }
 
 QSize AnnotationCanvas::documentSize(double scale) const {
     const QSizeF image = QSizeF(m_model.pixelSize()) * scale;
-    return QSize(int(std::ceil(image.width() + 2 * m_margin)),
-                 int(std::ceil(image.height() + 2 * m_margin + m_bottomExtra)));
+    const double margin = m_transform.margin;
+    return QSize(int(std::ceil(image.width() + 2 * margin)),
+                 int(std::ceil(image.height() + 2 * margin + m_bottomExtra)));
 }
 
-QPointF AnnotationCanvas::toImage(QPointF p) const {
-    return (p - QPointF(m_margin, m_margin)) / m_scale;
+// --- Helpers' faces ---
+
+void AnnotationCanvas::copyTextInRegion(const QRectF& rect) {
+    m_copier->copyTextInRegion(rect);
 }
 
-QPointF AnnotationCanvas::toWidget(QPointF p) const {
-    return p * m_scale + QPointF(m_margin, m_margin);
+void AnnotationCanvas::flashOCRMessage(const QString& text) {
+    m_copier->flashMessage(text);
 }
 
-QRectF AnnotationCanvas::toWidget(const QRectF& r) const {
-    return QRectF(toWidget(r.topLeft()), r.size() * m_scale);
+std::optional<QString> AnnotationCanvas::capsuleText() const {
+    return m_copier->capsuleText();
 }
 
-// --- Painting ---
+QPlainTextEdit* AnnotationCanvas::textEditor() const {
+    return m_textEditor->field();
+}
 
-void AnnotationCanvas::makeScaledBase() {
-    // Screen pixels per image pixel: on a high-density screen a 50 % view may be full size.
-    const double dpr = devicePixelRatioF();
-    if (m_scale * dpr >= 1 || m_scaledBaseScale == m_scale)
-        return;
-    const QSize size = (QSizeF(m_model.pixelSize()) * m_scale * dpr).toSize();
-    QImage reduced = m_model.cgBase().scaled(size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-    reduced.setDevicePixelRatio(dpr);
-    m_scaledBase = QPixmap::fromImage(std::move(reduced));
-    m_scaledBaseScale = m_scale;
-    update();
+void AnnotationCanvas::beginTextEditing(const QUuid& id) {
+    m_textEditor->begin(id);
+}
+
+void AnnotationCanvas::endTextEditing() {
+    m_textEditor->end();
 }
 
 void AnnotationCanvas::paintEvent(QPaintEvent* event) {
     QPainter painter(this);
-    const QRect dirty = event->rect();
-    // The viewport behind the canvas sets this colour, so margins and viewport match.
-    painter.fillRect(dirty, palette().color(QPalette::Window));
-
-    const QRectF imageRect = toWidget(QRectF(QPointF(0, 0), QSizeF(m_model.pixelSize())));
-    // A soft edge lifts the capture off the background.
-    painter.setPen(Qt::NoPen);
-    for (int i = 6; i >= 1; --i) {
-        painter.setBrush(QColor(0, 0, 0, 7 + 3 * (6 - i)));
-        painter.drawRect(imageRect.adjusted(-i, -i + 2, i, i + 2));
-    }
-    const bool reduced = m_scale * devicePixelRatioF() < 1;
-    if (reduced && m_scaledBaseScale == m_scale) {
-        // Reduced views show a box-filtered copy made once per zoom level: sharper than
-        // sampling the full image on every paint, and far cheaper.
-        painter.drawPixmap(imageRect.topLeft(), m_scaledBase);
-    } else {
-        // Only the exposed part of the capture is sampled. While the zoom is still changing,
-        // reduced views sample it directly and make their sharper copy once it settles.
-        if (reduced && !m_scaledBaseTimer.isActive())
-            m_scaledBaseTimer.start();
-        const QRectF source =
-            QRectF(toImage(dirty.topLeft()), toImage(QPointF(dirty.bottomRight()) + QPointF(1, 1)))
-                .toAlignedRect()
-                .intersected(m_model.cgBase().rect());
-        painter.setRenderHint(QPainter::SmoothPixmapTransform, m_scale < 2);
-        painter.drawImage(toWidget(source), m_model.cgBase(), source);
-    }
-
-    painter.save();
-    painter.setClipRect(imageRect.intersected(QRectF(dirty)));
-    painter.translate(m_margin, m_margin);
-    painter.scale(m_scale, m_scale);
-    painter.setRenderHint(QPainter::SmoothPixmapTransform, m_scale < 2);
-    const QList<Annotation>& marks = m_model.annotations();
-    const bool anyPixelate = std::any_of(marks.cbegin(), marks.cend(), [](const Annotation& a) {
-        return a.is<Annotation::Pixelate>();
-    });
-    const QUuid skip = m_textEditID.value_or(QUuid());
-    AnnotationRenderer::drawMarks(painter, anyPixelate ? &m_model.pixelatedImage() : nullptr, marks,
-                                  skip);
-    // The text being typed shows in its field; only its chip is painted here.
-    if (const Annotation* editing = m_textEditID ? m_model.annotation(*m_textEditID) : nullptr) {
-        if (const auto* text = editing->as<Annotation::Text>(); text && editing->textBackground) {
-            const double fs = text->fontSize;
-            const QRectF r = AnnotationRenderer::textRect(*text, this);
-            painter.setRenderHint(QPainter::Antialiasing);
-            painter.setPen(Qt::NoPen);
-            painter.setBrush(editing->color);
-            painter.drawRoundedRect(r.adjusted(-0.35 * fs, -0.2 * fs, 0.35 * fs, 0.2 * fs),
-                                    0.3 * fs, 0.3 * fs);
-        }
-    }
-    if (m_draft) {
-        if (m_draft->is<Annotation::Pixelate>())
-            AnnotationRenderer::drawPixelation(painter, m_model.pixelatedImage(), *m_draft);
-        else
-            AnnotationRenderer::draw(painter, *m_draft);
-    }
-    painter.restore();
-
-    paintOverlays(painter);
+    m_painter->paint(painter, event->rect(), m_gesture, m_textEditor->editingID());
 }
 
-void AnnotationCanvas::paintOverlays(QPainter& painter) {
-    painter.setRenderHint(QPainter::Antialiasing);
-    if (m_model.cropEdit() && m_model.tool() == AnnotationTool::Crop) {
-        drawCropFrame(painter, m_model.cropEdit()->normalized());
-    } else if (const auto crop = m_model.cropRect()) {
-        // What the crop leaves out fades into the background, so the kept part reads at once.
-        QPainterPath outside;
-        outside.addRect(toWidget(QRectF(QPointF(0, 0), QSizeF(m_model.pixelSize()))));
-        QPainterPath kept;
-        kept.addRect(toWidget(*crop));
-        QColor veil = palette().color(QPalette::Window);
-        veil.setAlphaF(0.82f);
-        painter.setPen(Qt::NoPen);
-        painter.setBrush(veil);
-        painter.drawPath(outside.subtracted(kept));
-    }
-    drawSelection(painter);
-
-    if (m_textEditID)
-        if (const Annotation* a = m_model.annotation(*m_textEditID))
-            if (const auto* text = a->as<Annotation::Text>()) {
-                QPen pen(accent, 1, Qt::DashLine);
-                painter.setPen(pen);
-                painter.setBrush(Qt::NoBrush);
-                painter.drawRect(
-                    toWidget(AnnotationRenderer::textRect(*text, this)).adjusted(-4, -3, 4, 3));
-            }
-
-    if (m_draft) {
-        if (const auto r = editableRect(*m_draft))
-            drawSizeBadge(painter, r->normalized());
-    } else if (m_resizeHandle && m_gestureTarget) {
-        if (const Annotation* a = m_model.annotation(*m_gestureTarget))
-            if (const auto r = editableRect(*a))
-                drawSizeBadge(painter, *r);
-    }
-    if (m_selectionMarquee) {
-        const QRectF r = toWidget(*m_selectionMarquee);
-        QColor fill = accent;
-        fill.setAlphaF(0.12f);
-        painter.setPen(QPen(accent, 1));
-        painter.setBrush(fill);
-        painter.drawRect(r);
-    }
-    if (m_ocrDraft) {
-        const QRectF r = toWidget(m_ocrDraft->normalized());
-        QColor fill = accent;
-        fill.setAlphaF(0.18f);
-        painter.setPen(QPen(accent, 1.5, Qt::DashLine));
-        painter.setBrush(fill);
-        painter.drawRect(r);
-    }
-}
-
-void AnnotationCanvas::drawSelection(QPainter& painter) {
-    const QSet<QUuid>& selected = m_model.selectedIDs();
-    if (selected.isEmpty())
-        return;
-    for (const Annotation& a : m_model.annotations()) {
-        if (!selected.contains(a.id()) || a.id() == m_textEditID)
-            continue;
-        const QRectF r = toWidget(a.bounds()).adjusted(-1.5, -1.5, 1.5, 1.5);
-        painter.setBrush(Qt::NoBrush);
-        painter.setPen(QPen(QColor(255, 255, 255, 200), 3));
-        painter.drawRect(r);
-        painter.setPen(QPen(accent, 1.5));
-        painter.drawRect(r);
-    }
-    if (selected.size() != 1)
-        return;
-    const Annotation* a = m_model.annotation(*selected.cbegin());
-    if (!a)
-        return;
-    if (const auto ends = editableEnds(*a))
-        drawEndHandles(painter, ends->first, ends->second);
-    else if (const auto r = editableRect(*a))
-        drawHandles(painter, r->normalized());
-}
-
-void AnnotationCanvas::drawHandles(QPainter& painter, const QRectF& imageRect) {
-    painter.setPen(QPen(accent, 1.5));
-    painter.setBrush(Qt::white);
-    for (const auto& [handle, at] : handlePositions(imageRect)) {
-        const QPointF c = toWidget(at);
-        painter.drawRoundedRect(QRectF(c - QPointF(4.5, 4.5), QSizeF(9, 9)), 2, 2);
-    }
-}
-
-void AnnotationCanvas::drawEndHandles(QPainter& painter, QPointF a, QPointF b) {
-    painter.setPen(QPen(accent, 2));
-    painter.setBrush(Qt::white);
-    for (QPointF p : {a, b})
-        painter.drawEllipse(toWidget(p), 5.5, 5.5);
-}
-
-void AnnotationCanvas::drawSizeBadge(QPainter& painter, const QRectF& imageRect) {
-    const QString label = QString::asprintf("%lld × %lld", qint64(std::llround(imageRect.width())),
-                                            qint64(std::llround(imageRect.height())));
-    QFont font = this->font();
-    font.setPixelSize(11);
-    font.setWeight(QFont::Medium);
-    painter.setFont(font);
-    const QFontMetricsF metrics(font);
-    const QSizeF size(metrics.horizontalAdvance(label) + 14, metrics.height() + 6);
-    const QRectF r = toWidget(imageRect);
-    QRectF badge(QPointF(r.right() - size.width(), r.bottom() + 8), size);
-    const QRectF visible = visibleRegion().boundingRect();
-    if (badge.bottom() > visible.bottom() - 4)
-        badge.moveBottom(r.bottom() - 8);
-    badge.moveLeft(std::clamp(badge.left(), visible.left() + 4,
-                              std::max(visible.left() + 4, visible.right() - size.width() - 4)));
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(QColor(20, 20, 22, 215));
-    painter.drawRoundedRect(badge, size.height() / 2, size.height() / 2);
-    painter.setPen(Qt::white);
-    painter.drawText(badge, Qt::AlignCenter, label);
-}
-
-void AnnotationCanvas::drawCropFrame(QPainter& painter, const QRectF& imageRect) {
-    const QRectF image = toWidget(QRectF(QPointF(0, 0), QSizeF(m_model.pixelSize())));
-    const QRectF frame = toWidget(imageRect);
-    QPainterPath outside;
-    outside.addRect(image);
-    QPainterPath inside;
-    inside.addRect(frame);
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(QColor(0, 0, 0, 128));
-    painter.drawPath(outside.subtracted(inside));
-
-    // Rule-of-thirds guides, then the frame.
-    painter.setPen(QPen(QColor(255, 255, 255, 90), 1));
-    for (int i = 1; i < 3; ++i) {
-        const double x = frame.left() + frame.width() * i / 3;
-        const double y = frame.top() + frame.height() * i / 3;
-        painter.drawLine(QPointF(x, frame.top()), QPointF(x, frame.bottom()));
-        painter.drawLine(QPointF(frame.left(), y), QPointF(frame.right(), y));
-    }
-    painter.setBrush(Qt::NoBrush);
-    painter.setPen(QPen(QColor(0, 0, 0, 110), 3));
-    painter.drawRect(frame);
-    painter.setPen(QPen(Qt::white, 1.5));
-    painter.drawRect(frame);
-    painter.setPen(QPen(QColor(0, 0, 0, 90), 1));
-    painter.setBrush(Qt::white);
-    for (const auto& [handle, at] : handlePositions(imageRect)) {
-        const QPointF c = toWidget(at);
-        painter.drawRoundedRect(QRectF(c - QPointF(5, 5), QSizeF(10, 10)), 2, 2);
-    }
-    if (m_cropGesture)
-        drawSizeBadge(painter, imageRect);
-}
-
-// --- Gestures ---
+// --- Input ---
 
 void AnnotationCanvas::mousePressEvent(QMouseEvent* event) {
     if (event->button() != Qt::LeftButton) {
@@ -446,12 +179,11 @@ void AnnotationCanvas::mousePressEvent(QMouseEvent* event) {
         return;
     }
     setFocus(Qt::MouseFocusReason);
-    m_pressed = true;
     beginGesture(toImage(event->position()), event->modifiers());
 }
 
 void AnnotationCanvas::mouseMoveEvent(QMouseEvent* event) {
-    if (!m_pressed) {
+    if (std::holds_alternative<Idle>(m_gesture)) {
         updateCursor(event->position());
         return;
     }
@@ -459,9 +191,8 @@ void AnnotationCanvas::mouseMoveEvent(QMouseEvent* event) {
 }
 
 void AnnotationCanvas::mouseReleaseEvent(QMouseEvent* event) {
-    if (event->button() != Qt::LeftButton || !m_pressed)
+    if (event->button() != Qt::LeftButton || std::holds_alternative<Idle>(m_gesture))
         return;
-    m_pressed = false;
     const QPointF at = toImage(event->position());
     changeGesture(at, event->modifiers());
     endGesture(at);
@@ -471,90 +202,84 @@ void AnnotationCanvas::mouseReleaseEvent(QMouseEvent* event) {
 void AnnotationCanvas::mouseDoubleClickEvent(QMouseEvent* event) {
     // A double click on a text mark with the select tool opens it for typing.
     if (event->button() == Qt::LeftButton && m_model.tool() == AnnotationTool::Select) {
-        const QPointF at = toImage(event->position());
-        for (auto it = m_model.annotations().crbegin(); it != m_model.annotations().crend(); ++it)
-            if (const auto* text = it->as<Annotation::Text>())
-                if (AnnotationRenderer::textRect(*text, this).adjusted(-6, -6, 6, 6).contains(at)) {
-                    resetGesture();
-                    m_pressed = false;
-                    beginTextEditing(it->id());
-                    return;
-                }
+        if (const auto text = m_textEditor->textAt(toImage(event->position()))) {
+            m_gesture = Idle{};
+            m_textEditor->begin(*text);
+            return;
+        }
     }
     mousePressEvent(event);
 }
 
+// --- Gestures ---
+
 void AnnotationCanvas::beginGesture(QPointF at, Qt::KeyboardModifiers modifiers) {
-    resetGesture();
-    m_start = m_last = at;
+    m_gesture = Idle{};
     if (m_model.ocrSelecting()) {
-        m_ocrDraft = QRectF(at, at);
+        m_gesture = SelectTextRegion{at, QRectF(at, at)};
         update();
         return;
     }
     const AnnotationTool tool = m_model.tool();
     if (tool == AnnotationTool::Select) {
-        const auto selected = m_model.selectedIDs();
-        if (selected.size() == 1) {
-            const QUuid id = *selected.cbegin();
-            if (const Annotation* a = m_model.annotation(id)) {
-                const double tolerance = handleTolerancePoints / std::max(m_scale, 0.01);
-                if (const auto ends = editableEnds(*a)) {
-                    if (distance(at, ends->first) <= tolerance) {
-                        m_endpointHandle = EndpointHandle::Start;
-                        m_endpointPrevious = ends->first;
-                    } else if (distance(at, ends->second) <= tolerance) {
-                        m_endpointHandle = EndpointHandle::End;
-                        m_endpointPrevious = ends->second;
-                    }
-                } else if (const auto r = editableRect(*a)) {
-                    if (const auto handle = hitTestHandle(at, r->normalized(), m_scale)) {
-                        m_resizeHandle = handle;
-                        m_resizeStart = r->normalized();
-                    }
-                }
-                if (m_endpointHandle || m_resizeHandle) {
-                    m_gestureTarget = id;
-                    return;
-                }
-            }
+        m_gesture = selectGestureAt(at);
+    } else if (tool == AnnotationTool::Crop) {
+        m_gesture = cropGestureAt(at);
+    } else if (isDrawingTool(tool)) {
+        if (const auto shape = draftShape(tool, at)) {
+            m_gesture =
+                DrawShape{at, Annotation(*shape, m_model.color(), m_model.lineWidth(), false)};
+            updateDraft(std::get<DrawShape>(m_gesture), at, modifiers);
         }
-        if (const auto hit = m_model.hitTest(at)) {
-            if (!m_model.selectedIDs().contains(*hit))
-                m_model.selectOnly(hit);
-            m_moveLast = at;
-            return;
-        }
-        m_selectionMarquee = QRectF(at, at);
-        m_model.setSelection({});
-        return;
-    }
-    if (tool == AnnotationTool::Crop) {
-        const QRectF frame = m_model.cropEdit()
-                                 .value_or(QRectF(QPointF(0, 0), QSizeF(m_model.pixelSize())))
-                                 .normalized();
-        m_cropStart = frame;
-        if (const auto handle = hitTestHandle(at, frame, m_scale))
-            m_cropGesture = Resize{*handle};
-        else if (frame.contains(at))
-            m_cropGesture = Move{};
-        else
-            m_cropGesture = Draw{};
-        return;
-    }
-    if (isDrawingTool(tool)) {
-        if (const auto shape = draftShape(tool, at))
-            m_draft = Annotation(*shape, m_model.color(), m_model.lineWidth(), false);
-        updateDraft(at, modifiers);
+    } else {
+        m_gesture = PlaceMark{at};
     }
 }
 
-void AnnotationCanvas::updateDraft(QPointF at, Qt::KeyboardModifiers modifiers) {
-    if (!m_draft)
-        return;
+Gesture AnnotationCanvas::selectGestureAt(QPointF at) {
+    AnnotationDocument& document = m_model.document();
+    // The handles of a single selected mark come first: they may lie outside its bounds.
+    if (const auto id = document.selectedID())
+        if (const Annotation* a = document.annotation(*id)) {
+            const double tolerance = handleTolerancePoints / std::max(m_transform.scale, 0.01);
+            if (const auto ends = editableEnds(*a)) {
+                if (distance(at, ends->first) <= tolerance)
+                    return DragEnd{*id, EndpointHandle::Start, ends->first, at};
+                if (distance(at, ends->second) <= tolerance)
+                    return DragEnd{*id, EndpointHandle::End, ends->second, at};
+            } else if (const auto r = editableRect(*a)) {
+                if (const auto handle = hitTestHandle(at, r->normalized(), m_transform.scale))
+                    return ResizeMark{*id, *handle, r->normalized(), at};
+            }
+        }
+    if (const auto hit = document.hitTest(at)) {
+        if (!document.selectedIDs().contains(*hit))
+            document.selectOnly(hit);
+        return MoveSelection{at};
+    }
+    document.setSelection({});
+    return Marquee{at, QRectF(at, at)};
+}
+
+Gesture AnnotationCanvas::cropGestureAt(QPointF at) const {
+    const QRectF frame = m_model.document()
+                             .cropEdit()
+                             .value_or(QRectF(QPointF(0, 0), QSizeF(m_model.pixelSize())))
+                             .normalized();
+    if (const auto handle = hitTestHandle(at, frame, m_transform.scale))
+        return EditCrop{at, frame, CropResize{*handle}};
+    if (frame.contains(at))
+        return EditCrop{at, frame, CropMove{}};
+    return EditCrop{at, frame, CropDraw{}};
+}
+
+void AnnotationCanvas::updateDraft(DrawShape& drawing, QPointF at,
+                                   Qt::KeyboardModifiers modifiers) {
     const bool shift = modifiers & Qt::ShiftModifier;
-    const QRectF span = QRectF(m_start, at).normalized();
-    QRectF dirty = m_draft->bounds();
+    const QPointF start = drawing.start;
+    const QRectF span = QRectF(start, at).normalized();
+    Annotation& draft = drawing.draft;
+    QRectF dirty = draft.bounds();
     std::visit(
         [&](auto& s) {
             using T = std::decay_t<decltype(s)>;
@@ -564,11 +289,11 @@ void AnnotationCanvas::updateDraft(QPointF at, Qt::KeyboardModifiers modifiers) 
                 s.rect = span;
             } else if constexpr (std::is_same_v<T, Annotation::Arrow> ||
                                  std::is_same_v<T, Annotation::Line>) {
-                s.end = shift ? snapped45(m_start, at) : at;
+                s.end = shift ? snapped45(start, at) : at;
             } else if constexpr (std::is_same_v<T, Annotation::Pen> ||
                                  std::is_same_v<T, Annotation::Highlight>) {
                 if (shift) {
-                    s.points = {m_start, snapped45(m_start, at)};
+                    s.points = {start, snapped45(start, at)};
                 } else if (s.points.isEmpty() || s.points.last() != at) {
                     // Only the new segment needs repainting.
                     if (!s.points.isEmpty())
@@ -577,13 +302,11 @@ void AnnotationCanvas::updateDraft(QPointF at, Qt::KeyboardModifiers modifiers) 
                 }
             }
         },
-        m_draft->shape);
-    if (m_draft->is<Annotation::Pen>() || m_draft->is<Annotation::Highlight>()) {
-        if (!shift) {
-            const double grow = 3.5 * m_draft->lineWidth / 2 + 2;
-            scheduleRepaint(dirty.adjusted(-grow, -grow, grow, grow));
-            return;
-        }
+        draft.shape);
+    if ((draft.is<Annotation::Pen>() || draft.is<Annotation::Highlight>()) && !shift) {
+        const double grow = 3.5 * draft.lineWidth / 2 + 2;
+        scheduleRepaint(dirty.adjusted(-grow, -grow, grow, grow));
+        return;
     }
     update();
 }
@@ -593,118 +316,107 @@ void AnnotationCanvas::scheduleRepaint(const QRectF& imageRect) {
 }
 
 void AnnotationCanvas::changeGesture(QPointF at, Qt::KeyboardModifiers modifiers) {
-    m_last = at;
-    if (m_ocrDraft) {
-        m_ocrDraft = QRectF(m_start, at).normalized();
-        update();
-        return;
-    }
-    if (m_draft) {
-        updateDraft(at, modifiers);
-        return;
-    }
-    if (m_moveLast) {
-        if (at == *m_moveLast)
-            return;
-        // One snapshot for the whole move, so undo puts everything back where it started.
-        if (!m_didBeginMove) {
-            m_model.beginChange();
-            m_didBeginMove = true;
-        }
-        m_model.translateSelection(at - *m_moveLast);
-        m_moveLast = at;
-        return;
-    }
-    if (m_resizeHandle && m_gestureTarget && m_resizeStart) {
-        if (!m_didBeginMove) {
-            if (at == m_start)
-                return;
-            m_model.beginChange();
-            m_didBeginMove = true;
-        }
-        const QRectF r = resizedRect(*m_resizeStart, *m_resizeHandle, at);
-        m_model.updateAnnotation(*m_gestureTarget, [&](Annotation& a) { setRect(a, r); });
-        return;
-    }
-    if (m_endpointHandle && m_gestureTarget) {
-        const Annotation* a = m_model.annotation(*m_gestureTarget);
-        const auto ends = a ? editableEnds(*a) : std::nullopt;
-        if (!ends)
-            return;
-        if (!m_didBeginMove) {
-            if (at == m_start)
-                return;
-            m_model.beginChange();
-            m_didBeginMove = true;
-        }
-        const bool movingStart = *m_endpointHandle == EndpointHandle::Start;
-        const QPointF fixed = movingStart ? ends->second : ends->first;
-        const QPointF target = (modifiers & Qt::ShiftModifier) ? snapped45(fixed, at) : at;
-        const QPointF p = separated(fixed, target, m_endpointPrevious);
-        m_endpointPrevious = p;
-        m_model.updateAnnotation(*m_gestureTarget, [&](Annotation& annotation) {
-            if (movingStart)
-                setEnds(annotation, p, fixed);
-            else
-                setEnds(annotation, fixed, p);
-        });
-        return;
-    }
-    if (m_selectionMarquee) {
-        m_selectionMarquee = QRectF(m_start, at).normalized();
-        m_model.setSelection(m_model.annotationIDs(*m_selectionMarquee));
-        update();
-        return;
-    }
-    if (m_cropGesture && m_cropStart) {
-        const QRectF image(QPointF(0, 0), QSizeF(m_model.pixelSize()));
-        QRectF frame;
-        if (const auto* resize = std::get_if<Resize>(&*m_cropGesture)) {
-            frame = resizedRect(*m_cropStart, resize->handle, at).intersected(image);
-        } else if (std::holds_alternative<Move>(*m_cropGesture)) {
-            frame = m_cropStart->translated(at - m_start);
-            // The frame slides along the image's edges rather than leaving it.
-            frame.moveLeft(
-                std::clamp(frame.left(), 0.0, std::max(0.0, image.width() - frame.width())));
-            frame.moveTop(
-                std::clamp(frame.top(), 0.0, std::max(0.0, image.height() - frame.height())));
-        } else {
-            if (distance(at, m_start) * m_scale < 2)
-                return;
-            frame = QRectF(m_start, at).normalized().intersected(image);
-        }
-        m_model.setCropEdit(frame);
-        return;
-    }
+    AnnotationDocument& document = m_model.document();
+    // Each branch updates its gesture before it touches the document, whose signals may end
+    // the gesture.
+    std::visit(Overloaded{
+                   [](Idle&) {},
+                   [](PlaceMark&) {},
+                   [&](SelectTextRegion& g) {
+                       g.rect = QRectF(g.start, at).normalized();
+                       update();
+                   },
+                   [&](DrawShape& g) { updateDraft(g, at, modifiers); },
+                   [&](MoveSelection& g) {
+                       if (at == g.last)
+                           return;
+                       const QPointF delta = at - std::exchange(g.last, at);
+                       // One snapshot for the whole move, so undo puts everything back where it
+                       // started.
+                       if (!std::exchange(g.snapshotTaken, true))
+                           document.beginChange();
+                       document.translateSelection(delta);
+                   },
+                   [&](ResizeMark& g) {
+                       if (!g.snapshotTaken && at == g.start)
+                           return;
+                       const QUuid target = g.target;
+                       const QRectF r = resizedRect(g.startRect, g.handle, at);
+                       if (!std::exchange(g.snapshotTaken, true))
+                           document.beginChange();
+                       document.updateAnnotation(target, [&](Annotation& a) { setRect(a, r); });
+                   },
+                   [&](DragEnd& g) {
+                       const Annotation* a = document.annotation(g.target);
+                       const auto ends = a ? editableEnds(*a) : std::nullopt;
+                       if (!ends || (!g.snapshotTaken && at == g.start))
+                           return;
+                       const QUuid target = g.target;
+                       const bool movingStart = g.handle == EndpointHandle::Start;
+                       const QPointF fixed = movingStart ? ends->second : ends->first;
+                       const QPointF aim =
+                           (modifiers & Qt::ShiftModifier) ? snapped45(fixed, at) : at;
+                       const QPointF p = separated(fixed, aim, g.previous);
+                       g.previous = p;
+                       if (!std::exchange(g.snapshotTaken, true))
+                           document.beginChange();
+                       document.updateAnnotation(target, [&](Annotation& annotation) {
+                           if (movingStart)
+                               setEnds(annotation, p, fixed);
+                           else
+                               setEnds(annotation, fixed, p);
+                       });
+                   },
+                   [&](Marquee& g) {
+                       g.rect = QRectF(g.start, at).normalized();
+                       document.setSelection(document.annotationIDs(g.rect));
+                       update();
+                   },
+                   [&](EditCrop& g) {
+                       const QRectF image(QPointF(0, 0), QSizeF(m_model.pixelSize()));
+                       QRectF frame;
+                       if (const auto* resize = std::get_if<CropResize>(&g.kind)) {
+                           frame = resizedRect(g.startFrame, resize->handle, at).intersected(image);
+                       } else if (std::holds_alternative<CropMove>(g.kind)) {
+                           frame = g.startFrame.translated(at - g.start);
+                           // The frame slides along the image's edges rather than leaving it.
+                           frame.moveLeft(std::clamp(frame.left(), 0.0,
+                                                     std::max(0.0, image.width() - frame.width())));
+                           frame.moveTop(std::clamp(
+                               frame.top(), 0.0, std::max(0.0, image.height() - frame.height())));
+                       } else {
+                           if (distance(at, g.start) * m_transform.scale < 2)
+                               return;
+                           frame = QRectF(g.start, at).normalized().intersected(image);
+                       }
+                       document.setCropEdit(frame);
+                   },
+               },
+               m_gesture);
 }
 
 void AnnotationCanvas::endGesture(QPointF at) {
-    if (m_ocrDraft) {
-        const QRectF region = m_ocrDraft->normalized();
-        m_ocrDraft.reset();
-        if (region.width() > 4 && region.height() > 4)
-            copyTextInRegion(region);
+    // The gesture is over whatever it does now.
+    const Gesture ended = std::exchange(m_gesture, Idle{});
+    if (const auto* region = std::get_if<SelectTextRegion>(&ended)) {
+        const QRectF rect = region->rect.normalized();
+        if (rect.width() > 4 && rect.height() > 4)
+            m_copier->copyTextInRegion(rect);
         m_model.setOcrSelecting(false);
-        update();
-        return;
-    }
-    if (m_draft) {
-        commitDraft();
-    } else {
+    } else if (const auto* drawing = std::get_if<DrawShape>(&ended)) {
+        commitDraft(drawing->draft);
+    } else if (const auto* placing = std::get_if<PlaceMark>(&ended)) {
         const AnnotationTool tool = m_model.tool();
-        const bool click = distance(at, m_start) < 4;
+        const bool click = distance(at, placing->start) < 4;
         if (tool == AnnotationTool::Text && click)
-            textClick(m_start);
-        else if (tool == AnnotationTool::Step && !m_model.handToolActive())
-            m_model.addStep(m_start);
+            m_textEditor->click(placing->start);
+        else if (tool == AnnotationTool::Step && !m_model.zoom().handToolActive())
+            m_model.addStep(placing->start);
     }
-    resetGesture();
     update();
 }
 
-void AnnotationCanvas::commitDraft() {
-    Annotation draft = *m_draft;
-    m_draft.reset();
+void AnnotationCanvas::commitDraft(const Annotation& draft) {
     const QRectF bounds = draft.bounds();
     if (!(bounds.width() > minimumDraftSize || bounds.height() > minimumDraftSize))
         return; // a click, not a shape
@@ -719,28 +431,14 @@ void AnnotationCanvas::commitDraft() {
         return;
     if (const auto* hl = draft.as<Annotation::Highlight>(); hl && hl->points.size() < 2)
         return;
-    m_model.beginChange();
-    m_model.appendAnnotation(draft);
-}
-
-void AnnotationCanvas::resetGesture() {
-    m_draft.reset();
-    m_moveLast.reset();
-    m_didBeginMove = false;
-    m_resizeHandle.reset();
-    m_resizeStart.reset();
-    m_endpointHandle.reset();
-    m_selectionMarquee.reset();
-    m_cropGesture.reset();
-    m_cropStart.reset();
-    m_ocrDraft.reset();
-    m_gestureTarget.reset();
+    m_model.document().beginChange();
+    m_model.document().appendAnnotation(draft);
 }
 
 void AnnotationCanvas::updateCursor(QPointF widgetPoint) {
-    if (m_model.handToolActive())
+    if (m_model.zoom().handToolActive())
         return;
-    const QPointF at = toImage(widgetPoint);
+    const QPointF at = m_transform.toImage(widgetPoint);
     Qt::CursorShape shape = Qt::CrossCursor;
     if (m_model.ocrSelecting()) {
         shape = Qt::IBeamCursor;
@@ -748,22 +446,23 @@ void AnnotationCanvas::updateCursor(QPointF widgetPoint) {
         switch (m_model.tool()) {
         case AnnotationTool::Select: {
             shape = Qt::ArrowCursor;
-            const auto& selected = m_model.selectedIDs();
+            const auto& selected = m_model.document().selectedIDs();
             if (selected.size() == 1)
-                if (const Annotation* a = m_model.annotation(*selected.cbegin())) {
-                    const double tolerance = handleTolerancePoints / std::max(m_scale, 0.01);
+                if (const Annotation* a = m_model.document().annotation(*selected.cbegin())) {
+                    const double tolerance =
+                        handleTolerancePoints / std::max(m_transform.scale, 0.01);
                     if (const auto ends = editableEnds(*a)) {
                         if (distance(at, ends->first) <= tolerance ||
                             distance(at, ends->second) <= tolerance)
                             shape = Qt::CrossCursor;
                     } else if (const auto r = editableRect(*a)) {
-                        if (const auto h = hitTestHandle(at, r->normalized(), m_scale)) {
+                        if (const auto h = hitTestHandle(at, r->normalized(), m_transform.scale)) {
                             setCursor(handleCursor(*h));
                             return;
                         }
                     }
                 }
-            if (shape == Qt::ArrowCursor && m_model.hitTest(at))
+            if (shape == Qt::ArrowCursor && m_model.document().hitTest(at))
                 shape = Qt::SizeAllCursor;
             break;
         }
@@ -771,8 +470,8 @@ void AnnotationCanvas::updateCursor(QPointF widgetPoint) {
             shape = Qt::IBeamCursor;
             break;
         case AnnotationTool::Crop:
-            if (const auto frame = m_model.cropEdit()) {
-                if (const auto h = hitTestHandle(at, frame->normalized(), m_scale)) {
+            if (const auto frame = m_model.document().cropEdit()) {
+                if (const auto h = hitTestHandle(at, frame->normalized(), m_transform.scale)) {
                     setCursor(handleCursor(*h));
                     return;
                 }
@@ -785,152 +484,6 @@ void AnnotationCanvas::updateCursor(QPointF widgetPoint) {
         }
     }
     setCursor(shape);
-}
-
-// --- Text ---
-
-void AnnotationCanvas::textClick(QPointF at) {
-    m_model.commitPendingText();
-    for (auto it = m_model.annotations().crbegin(); it != m_model.annotations().crend(); ++it)
-        if (const auto* text = it->as<Annotation::Text>())
-            if (AnnotationRenderer::textRect(*text, this).adjusted(-6, -6, 6, 6).contains(at)) {
-                beginTextEditing(it->id());
-                return;
-            }
-    const double width = std::max(0.2 * m_model.pixelSize().width(), 200.0);
-    const double fontSize = m_model.textFontSize();
-    Annotation text(
-        Annotation::Text{QRectF(at.x(), at.y(), width, 1.6 * fontSize), QString(), fontSize},
-        m_model.color(), m_model.lineWidth(), m_model.textHasBackground());
-    m_model.beginChange();
-    m_model.appendAnnotation(text);
-    beginTextEditing(text.id());
-}
-
-QPlainTextEdit* AnnotationCanvas::textEditor() const {
-    return m_textEditID ? m_textEdit : nullptr;
-}
-
-void AnnotationCanvas::beginTextEditing(const QUuid& id) {
-    const Annotation* a = m_model.annotation(id);
-    if (!a || !a->is<Annotation::Text>())
-        return;
-    if (m_textEditID && *m_textEditID != id)
-        endTextEditing();
-    if (!m_textEdit) {
-        m_textEdit = new InlineTextEdit(this, [this] { endTextEditing(); });
-        connect(m_textEdit, &QPlainTextEdit::textChanged, this, [this] {
-            if (m_syncingText || !m_textEditID)
-                return;
-            const QString string = m_textEdit->toPlainText();
-            m_syncingText = true;
-            m_model.updateAnnotation(*m_textEditID, [&](Annotation& annotation) {
-                if (auto* text = annotation.as<Annotation::Text>())
-                    text->string = string;
-            });
-            m_syncingText = false;
-            syncTextEditor();
-        });
-    }
-    m_textEditID = id;
-    m_model.setEditingTextID(id);
-    if (m_model.selectedIDs().contains(id))
-        m_model.setSelection({});
-    syncTextEditor();
-    m_textEdit->show();
-    m_textEdit->setFocus(Qt::OtherFocusReason);
-    m_textEdit->moveCursor(QTextCursor::End);
-    update();
-}
-
-void AnnotationCanvas::endTextEditing() {
-    if (!m_textEditID)
-        return;
-    const QUuid id = *m_textEditID;
-    m_textEditID.reset();
-    const bool hadFocus = m_textEdit->hasFocus();
-    m_textEdit->hide();
-    if (hadFocus)
-        setFocus(Qt::OtherFocusReason);
-    if (m_model.editingTextID() == id)
-        m_model.commitPendingText();
-    if (m_model.tool() == AnnotationTool::Select && m_model.annotation(id))
-        m_model.selectOnly(id);
-    update();
-}
-
-void AnnotationCanvas::syncTextEditor() {
-    if (!m_textEditID || !m_textEdit)
-        return;
-    const Annotation* a = m_model.annotation(*m_textEditID);
-    const auto* text = a ? a->as<Annotation::Text>() : nullptr;
-    if (!text)
-        return;
-    m_syncingText = true;
-    const QFont font = AnnotationRenderer::textFont(text->fontSize * m_scale, this);
-    if (m_textEdit->font() != font)
-        m_textEdit->setFont(font);
-    QPalette palette = m_textEdit->palette();
-    const QColor ink = a->textBackground ? Annotation::contrastingTextColor(a->color) : a->color;
-    palette.setColor(QPalette::Text, ink);
-    palette.setColor(QPalette::Base, Qt::transparent);
-    m_textEdit->setPalette(palette);
-    if (m_textEdit->toPlainText() != text->string)
-        m_textEdit->setPlainText(text->string);
-    // A little room below for the caret on a new empty line.
-    const QRectF r = toWidget(AnnotationRenderer::textRect(*text, this));
-    const double line = QFontMetricsF(font).lineSpacing();
-    m_textEdit->setGeometry(
-        QRectF(r.topLeft(), QSizeF(r.width() + 2, r.height() + line * 0.2)).toAlignedRect());
-    m_syncingText = false;
-    update();
-}
-
-// --- Copy text ---
-
-void AnnotationCanvas::copyTextInRegion(const QRectF& rect) {
-    const QImage& base = m_model.baseImage();
-    if (base.isNull() || m_model.pixelSize().isEmpty())
-        return;
-    // Image pixels to the raster's own grid (they differ for images with a device ratio).
-    const double sx = double(base.width()) / m_model.pixelSize().width();
-    const double sy = double(base.height()) / m_model.pixelSize().height();
-    const QRect cut = QRectF(rect.x() * sx, rect.y() * sy, rect.width() * sx, rect.height() * sy)
-                          .toAlignedRect()
-                          .intersected(base.rect());
-    if (cut.isEmpty())
-        return;
-    QImage region = base.copy(cut);
-    if (region.isNull())
-        return;
-    region.setDevicePixelRatio(1);
-    m_ocrRunning = true;
-    m_ocrMessage = tr("Reading text…");
-    m_ocrMessageTimer.stop();
-    Q_EMIT capsuleChanged();
-    TextRecognizer::copyText(region, this, [this](const Result<QString>& text) {
-        m_ocrRunning = false;
-        const bool found = text.ok() && !text->isEmpty();
-        if (!text.ok())
-            flashOCRMessage(tr("Could not read text: %1").arg(text.error().reason));
-        else
-            flashOCRMessage(found ? tr("Copied") : tr("No text in selection"));
-        Q_EMIT textCopied(found);
-    });
-}
-
-void AnnotationCanvas::flashOCRMessage(const QString& text) {
-    m_ocrMessage = text;
-    m_ocrMessageTimer.start();
-    Q_EMIT capsuleChanged();
-}
-
-std::optional<QString> AnnotationCanvas::capsuleText() const {
-    if (m_ocrMessage)
-        return m_ocrMessage;
-    if (m_model.ocrSelecting())
-        return tr("Drag across the text you want to copy — Esc cancels");
-    return std::nullopt;
 }
 
 } // namespace qm

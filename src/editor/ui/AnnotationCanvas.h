@@ -1,56 +1,51 @@
 #pragma once
 
 #include "editor/model/Annotation.h"
-#include "editor/ui/CanvasGeometry.h"
+#include "editor/ui/CanvasGesture.h"
 
-#include <QPixmap>
-#include <QPointer>
-#include <QTimer>
 #include <QWidget>
 #include <optional>
-#include <variant>
 
 class QPlainTextEdit;
 
 namespace qm {
 
+class CanvasPainter;
+class CanvasTextEditor;
 class EditorModel;
-class InlineTextEdit;
+class RegionTextCopier;
 
 // Shows the capture with its marks at the current zoom and turns pointer drags into edits of
 // the document: drawing with the active tool, selecting, moving, resizing, dragging end
-// points, typing text, placing step badges, editing the crop frame and copying text from a
-// dragged region. Marks are drawn by the same renderer as the export. The widget is the whole
-// scrollable document: the image at `scale`, with `margin` around it and `bottomExtra` below.
+// points, placing text and step badges, editing the crop frame and picking a region to copy
+// text from. One gesture runs at a time (canvas::Gesture); drawing, typing and reading text
+// are done by the helpers it owns. The widget is the whole scrollable document: the image at
+// `scale`, with `margin` around it and `bottomExtra` below.
 class AnnotationCanvas : public QWidget {
     Q_OBJECT
 
 public:
-    struct Resize {
-        canvas::ResizeHandle handle;
-    };
-    struct Move {};
-    struct Draw {};
-    using CropGesture = std::variant<Resize, Move, Draw>;
-
     explicit AnnotationCanvas(EditorModel& model, QWidget* parent = nullptr);
     ~AnnotationCanvas() override;
 
     EditorModel& model() const { return m_model; }
 
     // Screen points per image pixel.
-    double scale() const { return m_scale; }
+    double scale() const { return m_transform.scale; }
     void setScale(double scale);
     void setMargins(double margin, double bottomExtra);
-    double margin() const { return m_margin; }
+    double margin() const { return m_transform.margin; }
     // The widget size that holds the image at `scale` with the margins.
     QSize documentSize(double scale) const;
-    QPointF toImage(QPointF widgetPoint) const;
-    QPointF toWidget(QPointF imagePoint) const;
-    QRectF toWidget(const QRectF& imageRect) const;
+    QPointF toImage(QPointF widgetPoint) const { return m_transform.toImage(widgetPoint); }
+    QPointF toWidget(QPointF imagePoint) const { return m_transform.toWidget(imagePoint); }
+    QRectF toWidget(const QRectF& imageRect) const { return m_transform.toWidget(imageRect); }
 
-    // Reads the text inside `rect` of the unannotated capture (marks never hide text) and puts
-    // it on the clipboard, flashing "Copied" or "No text in selection".
+    // The drag running now (Idle when none).
+    const canvas::Gesture& gesture() const { return m_gesture; }
+
+    // Reads the text inside `rect` of the unannotated capture and puts it on the clipboard,
+    // flashing "Copied" or "No text in selection".
     void copyTextInRegion(const QRectF& rect);
     // Shows `text` in the capsule for 1.4 seconds.
     void flashOCRMessage(const QString& text);
@@ -79,57 +74,22 @@ protected:
 
 private:
     void beginGesture(QPointF at, Qt::KeyboardModifiers modifiers);
+    canvas::Gesture selectGestureAt(QPointF at);
+    canvas::Gesture cropGestureAt(QPointF at) const;
     void changeGesture(QPointF at, Qt::KeyboardModifiers modifiers);
     void endGesture(QPointF at);
-    void resetGesture();
-    void commitDraft();
-    void updateDraft(QPointF at, Qt::KeyboardModifiers modifiers);
-    void textClick(QPointF at);
+    void updateDraft(canvas::DrawShape& drawing, QPointF at, Qt::KeyboardModifiers modifiers);
+    void commitDraft(const Annotation& draft);
     void updateCursor(QPointF widgetPoint);
-    void syncTextEditor();
     void scheduleRepaint(const QRectF& imageRect);
-    void makeScaledBase();
-
-    void paintOverlays(QPainter& painter);
-    void drawSelection(QPainter& painter);
-    void drawHandles(QPainter& painter, const QRectF& imageRect);
-    void drawEndHandles(QPainter& painter, QPointF a, QPointF b);
-    void drawSizeBadge(QPainter& painter, const QRectF& imageRect);
-    void drawCropFrame(QPainter& painter, const QRectF& imageRect);
 
     EditorModel& m_model;
-    double m_scale = 1;
-    double m_margin = 0;
+    canvas::CanvasTransform m_transform;
     double m_bottomExtra = 0;
-
-    // Gesture state; one of these is set while a drag runs.
-    bool m_pressed = false;
-    QPointF m_start;
-    QPointF m_last;
-    std::optional<Annotation> m_draft;
-    std::optional<QPointF> m_moveLast;
-    bool m_didBeginMove = false;
-    std::optional<canvas::ResizeHandle> m_resizeHandle;
-    std::optional<QRectF> m_resizeStart;
-    std::optional<canvas::EndpointHandle> m_endpointHandle;
-    QPointF m_endpointPrevious;
-    std::optional<QRectF> m_selectionMarquee;
-    std::optional<CropGesture> m_cropGesture;
-    std::optional<QRectF> m_cropStart;
-    std::optional<QRectF> m_ocrDraft;
-    std::optional<QUuid> m_gestureTarget;
-
-    std::optional<QString> m_ocrMessage;
-    QTimer m_ocrMessageTimer;
-    bool m_ocrRunning = false;
-
-    InlineTextEdit* m_textEdit = nullptr;
-    std::optional<QUuid> m_textEditID;
-    bool m_syncingText = false;
-
-    QPixmap m_scaledBase;
-    double m_scaledBaseScale = 0;
-    QTimer m_scaledBaseTimer;
+    canvas::Gesture m_gesture;
+    CanvasPainter* m_painter = nullptr;       // child
+    CanvasTextEditor* m_textEditor = nullptr; // child
+    RegionTextCopier* m_copier = nullptr;     // child
 };
 
 } // namespace qm

@@ -2,6 +2,7 @@
 
 #include "base/ImageExport.h"
 #include "editor/model/EditorModel.h"
+#include "editor/render/Flatten.h"
 #include "editor/ui/AnnotationCanvas.h"
 #include "editor/ui/AnnotationEditorView.h"
 
@@ -128,8 +129,8 @@ void AnnotationEditorController::show() {
 }
 
 void AnnotationEditorController::copy() {
-    m_model->commitPendingText();
-    ImageExport::copyToPasteboard(m_model->flatten());
+    m_model->document().commitPendingText();
+    ImageExport::copyToPasteboard(flatten(*m_model));
     if (m_onToast)
         m_onToast(tr("Copied"), QStringLiteral("doc.on.doc"));
 }
@@ -140,8 +141,8 @@ void AnnotationEditorController::complete(bool save) {
     m_finished = true;
     std::optional<QImage> image;
     if (save) {
-        m_model->commitPendingText();
-        image = m_model->flatten();
+        m_model->document().commitPendingText();
+        image = flatten(*m_model);
     }
     if (m_window) {
         m_window->close();
@@ -159,7 +160,7 @@ void AnnotationEditorController::windowWillClose() {
     if (m_finished)
         return;
     m_finished = true;
-    m_model->commitPendingText();
+    m_model->document().commitPendingText();
     // Reported once the window has finished closing, so the receiver may destroy us.
     QTimer::singleShot(0, this, [this] {
         if (m_window) {

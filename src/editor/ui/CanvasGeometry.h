@@ -11,6 +11,23 @@
 // The geometry of the canvas's handles and gestures, in image pixels.
 namespace qm::canvas {
 
+// Image pixels to canvas widget points and back: the image drawn at `scale` (screen points per
+// image pixel), `margin` points in from the widget's top-left corner.
+struct CanvasTransform {
+    double scale = 1;
+    double margin = 0;
+
+    QPointF toImage(QPointF widgetPoint) const {
+        return (widgetPoint - QPointF(margin, margin)) / scale;
+    }
+    QPointF toWidget(QPointF imagePoint) const {
+        return imagePoint * scale + QPointF(margin, margin);
+    }
+    QRectF toWidget(const QRectF& imageRect) const {
+        return QRectF(toWidget(imageRect.topLeft()), imageRect.size() * scale);
+    }
+};
+
 // The eight resize handles, clockwise from the top-left corner.
 enum class ResizeHandle { TopLeft, Top, TopRight, Right, BottomRight, Bottom, BottomLeft, Left };
 enum class EndpointHandle { Start, End };

@@ -75,7 +75,7 @@ void HandToolOverlay::mouseReleaseEvent(QMouseEvent*) {
 
 void HandToolOverlay::keyReleaseEvent(QKeyEvent* event) {
     if (event->key() == Qt::Key_Space && !event->isAutoRepeat())
-        m_model.setHandToolActive(false);
+        m_model.zoom().setHandToolActive(false);
     else
         QWidget::keyReleaseEvent(event);
 }
@@ -140,26 +140,27 @@ ZoomBar::ZoomBar(EditorModel& model, QWidget* parent)
     layout->addWidget(m_actual);
     layout->addWidget(m_fit);
 
-    connect(out, &QToolButton::clicked, this, [this] { m_model.zoomOut(); });
-    connect(in, &QToolButton::clicked, this, [this] { m_model.zoomIn(); });
+    connect(out, &QToolButton::clicked, this, [this] { m_model.zoom().zoomOut(); });
+    connect(in, &QToolButton::clicked, this, [this] { m_model.zoom().zoomIn(); });
     connect(m_actual, &QToolButton::clicked, this, [this] {
-        m_model.setZoomPercent(100.0);
+        m_model.zoom().setZoomPercent(100.0);
         refresh();
     });
     connect(m_fit, &QToolButton::clicked, this, [this] {
-        m_model.setZoomPercent(std::nullopt);
+        m_model.zoom().setZoomPercent(std::nullopt);
         refresh();
     });
-    connect(&m_model, &EditorModel::zoomPercentChanged, this, &ZoomBar::refresh);
-    connect(&m_model, &EditorModel::fitPercentChanged, this, &ZoomBar::refresh);
+    connect(&m_model.zoom(), &ZoomState::zoomPercentChanged, this, &ZoomBar::refresh);
+    connect(&m_model.zoom(), &ZoomState::fitPercentChanged, this, &ZoomBar::refresh);
     refresh();
 }
 
 void ZoomBar::refresh() {
-    m_percent->setText(QString::number(std::lround(m_model.currentZoomPercent())) +
+    m_percent->setText(QString::number(std::lround(m_model.zoom().currentZoomPercent())) +
                        QLatin1Char('%'));
-    m_actual->setChecked(m_model.zoomPercent() && std::abs(*m_model.zoomPercent() - 100) < 0.01);
-    m_fit->setChecked(!m_model.zoomPercent());
+    m_actual->setChecked(m_model.zoom().zoomPercent() &&
+                         std::abs(*m_model.zoom().zoomPercent() - 100) < 0.01);
+    m_fit->setChecked(!m_model.zoom().zoomPercent());
 }
 
 void ZoomBar::paintEvent(QPaintEvent*) {
@@ -224,10 +225,10 @@ CanvasScrollView::CanvasScrollView(EditorModel& model, QWidget* parent)
     m_capsule = new CapsuleLabel(this);
     m_capsule->hide();
 
-    connect(&m_model, &EditorModel::zoomPercentChanged, this, &CanvasScrollView::applyScale);
-    connect(&m_model, &EditorModel::fitPercentChanged, this, &CanvasScrollView::applyScale);
-    connect(&m_model, &EditorModel::handToolActiveChanged, this,
-            [this] { m_hand->setActive(m_model.handToolActive()); });
+    connect(&m_model.zoom(), &ZoomState::zoomPercentChanged, this, &CanvasScrollView::applyScale);
+    connect(&m_model.zoom(), &ZoomState::fitPercentChanged, this, &CanvasScrollView::applyScale);
+    connect(&m_model.zoom(), &ZoomState::handToolActiveChanged, this,
+            [this] { m_hand->setActive(m_model.zoom().handToolActive()); });
     connect(m_canvas, &AnnotationCanvas::capsuleChanged, this, [this] {
         const auto text = m_canvas->capsuleText();
         m_capsule->setVisible(text.has_value());
@@ -260,10 +261,10 @@ void CanvasScrollView::zoomBy(double factor, QPointF viewportPoint) {
     if (!std::isfinite(percent))
         return;
     const double clamped = std::clamp(percent, 10.0, 800.0);
-    if (m_model.zoomPercent() == clamped)
+    if (m_model.zoom().zoomPercent() == clamped)
         return;
     m_pendingAnchor = anchorAt(viewportPoint);
-    m_model.setZoomPercent(clamped);
+    m_model.zoom().setZoomPercent(clamped);
     m_pendingAnchor.reset();
 }
 
@@ -283,7 +284,7 @@ double CanvasScrollView::computeFitPercent() const {
 }
 
 void CanvasScrollView::applyScale() {
-    const double newScale = m_model.currentZoomPercent() / 100;
+    const double newScale = m_model.zoom().currentZoomPercent() / 100;
     if (!(newScale > 0) || newScale == m_canvas->scale())
         return;
     // Buttons and shortcuts zoom about the middle of the view.
@@ -313,7 +314,7 @@ bool CanvasScrollView::applyPendingZoomAnchor(double newScale) {
 
 void CanvasScrollView::resizeEvent(QResizeEvent* event) {
     QScrollArea::resizeEvent(event);
-    m_model.setFitPercent(computeFitPercent());
+    m_model.zoom().setFitPercent(computeFitPercent());
     layoutOverlays();
 }
 

@@ -28,7 +28,7 @@ bool EditorKeyHandler::eventFilter(QObject* watched, QEvent* event) {
         return false;
     if (event->type() == QEvent::WindowDeactivate && watched == m_window) {
         // A Space released in another window must not leave the hand stuck.
-        m_model.setHandToolActive(false);
+        m_model.zoom().setHandToolActive(false);
         return false;
     }
     if (event->type() != QEvent::KeyPress && event->type() != QEvent::KeyRelease)
@@ -66,10 +66,10 @@ bool EditorKeyHandler::handle(QKeyEvent* event) {
 
     if (event->key() == Qt::Key_Space && !commandLike) {
         if (!press) {
-            if (!event->isAutoRepeat() && m_model.handToolActive())
-                m_model.setHandToolActive(false);
-        } else if (!event->isAutoRepeat() && !m_model.handToolActive()) {
-            m_model.setHandToolActive(true);
+            if (!event->isAutoRepeat() && m_model.zoom().handToolActive())
+                m_model.zoom().setHandToolActive(false);
+        } else if (!event->isAutoRepeat() && !m_model.zoom().handToolActive()) {
+            m_model.zoom().setHandToolActive(true);
         }
         return true;
     }
@@ -79,22 +79,22 @@ bool EditorKeyHandler::handle(QKeyEvent* event) {
     switch (event->key()) {
     case Qt::Key_Return:
     case Qt::Key_Enter:
-        if (!m_model.cropEdit())
+        if (!m_model.document().cropEdit())
             return false;
         m_model.commitCrop();
         return true;
     case Qt::Key_Backspace:
     case Qt::Key_Delete:
-        m_model.removeSelected();
+        m_model.document().removeSelected();
         return true;
     case Qt::Key_Escape:
-        m_model.commitPendingText();
+        m_model.document().commitPendingText();
         if (m_model.ocrSelecting())
             m_model.setOcrSelecting(false);
-        else if (m_model.cropEdit())
+        else if (m_model.document().cropEdit())
             m_model.cancelCrop();
         else
-            m_model.setSelectedID(std::nullopt);
+            m_model.document().setSelectedID(std::nullopt);
         return true;
     default:
         break;
@@ -107,10 +107,10 @@ bool EditorKeyHandler::handle(QKeyEvent* event) {
     const auto tool = toolForKey(key);
     if (!tool)
         return false;
-    m_model.commitPendingText();
+    m_model.document().commitPendingText();
     m_model.setTool(*tool);
     if (*tool != AnnotationTool::Select)
-        m_model.setSelectedID(std::nullopt);
+        m_model.document().setSelectedID(std::nullopt);
     return true;
 }
 

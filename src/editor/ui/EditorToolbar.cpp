@@ -1,7 +1,12 @@
 #include "editor/ui/EditorToolbar.h"
 
 #include "editor/model/EditorModel.h"
+#include "editor/ui/BackgroundPopover.h"
+#include "editor/ui/Popover.h"
 #include "editor/ui/Symbols.h"
+#include "editor/ui/TextFormattingPopover.h"
+#include "editor/ui/ToolFormattingPopover.h"
+#include "editor/ui/ToolGroupButton.h"
 #include "ocr/TextRecognizer.h"
 
 #include <QCheckBox>
@@ -27,24 +32,9 @@ namespace qm {
 
 namespace {
 
-const QColor accent(10, 132, 255);
-const QSize previewBox(360, 200);
-
 QString toolTipFor(AnnotationTool tool) {
     const AnnotationToolInfo& info = toolInfo(tool);
     return info.help + QStringLiteral(" (") + info.shortcut + QLatin1Char(')');
-}
-
-QIcon colorDotIcon(const QColor& color) {
-    QPixmap pm(QSize(40, 40));
-    pm.fill(Qt::transparent);
-    QPainter p(&pm);
-    p.setRenderHint(QPainter::Antialiasing);
-    p.setPen(QPen(QColor(127, 127, 127, 150), 2));
-    p.setBrush(color);
-    p.drawEllipse(QRectF(6, 6, 28, 28));
-    p.end();
-    return QIcon(pm);
 }
 
 QIcon gradientIcon(const QList<QColor>& colors, bool on) {
@@ -66,494 +56,7 @@ QIcon gradientIcon(const QList<QColor>& colors, bool on) {
     return QIcon(pm);
 }
 
-const QList<QColor>& swatchColors() {
-    static const QList<QColor> colors{
-        QColor(255, 59, 48), QColor(255, 149, 0),  QColor(255, 214, 10), QColor(52, 199, 89),
-        QColor(0, 199, 190), QColor(10, 132, 255), QColor(175, 82, 222), QColor(255, 45, 85),
-        QColor(0, 0, 0),     QColor(255, 255, 255)};
-    return colors;
-}
-
-QLabel* sectionTitle(const QString& text, QWidget* parent) {
-    auto* label = new QLabel(text, parent);
-    QFont f = label->font();
-    f.setWeight(QFont::DemiBold);
-    label->setFont(f);
-    return label;
-}
-
-QLabel* footnoteLabel(QWidget* parent) {
-    auto* label = new QLabel(parent);
-    label->setWordWrap(true);
-    QFont f = label->font();
-    f.setPointSizeF(f.pointSizeF() * 0.88);
-    label->setFont(f);
-    QPalette p = label->palette();
-    QColor c = p.color(QPalette::WindowText);
-    c.setAlphaF(0.62f);
-    p.setColor(QPalette::WindowText, c);
-    label->setPalette(p);
-    return label;
-}
-
-const QString popoverStyle = QStringLiteral(
-    "QToolButton { border: 1px solid transparent; border-radius: 6px; padding: 4px 8px; }"
-    "QToolButton:hover { background: rgba(127,127,127,0.18); }"
-    "QToolButton:checked { background: rgba(10,132,255,0.20); border-color: rgba(10,132,255,0.7); "
-    "}");
-
 } // namespace
-
-// --- Popover ---
-
-Popover::Popover(QWidget* parent)
-    : QFrame(parent, Qt::Popup) {
-    setFrameShape(QFrame::StyledPanel);
-    setStyleSheet(popoverStyle);
-}
-
-void Popover::showBelow(QWidget* anchor) {
-    adjustSize();
-    QPoint at =
-        anchor->mapToGlobal(QPoint(anchor->width() / 2 - width() / 2, anchor->height() + 6));
-    if (QScreen* screen = anchor->screen()) {
-        const QRect area = screen->availableGeometry();
-        at.setX(std::clamp(at.x(), area.left() + 4,
-                           std::max(area.left() + 4, area.right() - width() - 4)));
-    }
-    move(at);
-    show();
-}
-
-// --- Colour row ---
-
-ColorRow::ColorRow(const QString& tooltip, QWidget* parent)
-    : QWidget(parent) {
-    auto* layout = new QHBoxLayout(this);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(4);
-    setToolTip(tooltip);
-    for (const QColor& c : swatchColors()) {
-        auto* b = new QToolButton(this);
-        b->setIcon(colorDotIcon(c));
-        b->setIconSize(QSize(20, 20));
-        b->setCheckable(true);
-        b->setAutoRaise(true);
-        b->setToolTip(tooltip);
-        b->setAccessibleName(hexRGB(c));
-        b->setFocusPolicy(Qt::NoFocus);
-        connect(b, &QToolButton::clicked, this, [this, c] { Q_EMIT picked(c); });
-        layout->addWidget(b);
-        m_swatches << b;
-    }
-    m_custom = new QToolButton(this);
-    m_custom->setText(tr("Custom…"));
-    m_custom->setToolTip(tooltip);
-    m_custom->setFocusPolicy(Qt::NoFocus);
-    connect(m_custom, &QToolButton::clicked, this, [this] {
-        const QColor c = QColorDialog::getColor(m_current, window(), tr("Color"));
-        if (c.isValid())
-            Q_EMIT picked(c);
-    });
-    layout->addSpacing(4);
-    layout->addWidget(m_custom);
-}
-
-void ColorRow::setCurrent(const QColor& color) {
-    m_current = color;
-    for (qsizetype i = 0; i < m_swatches.size(); ++i)
-        m_swatches[i]->setChecked(hexRGB(swatchColors()[i]) == hexRGB(color));
-}
-
-// --- Stroke popover ---
-
-const QList<double>& ToolFormattingPopover::widths() {
-    static const QList<double> values{2, 4, 8, 14};
-    return values;
-}
-
-QString ToolFormattingPopover::widthLabel(AnnotationTool tool, double width) {
-    const double shown = tool == AnnotationTool::Highlighter ? width * 3.5 : width;
-    return QString::number(std::lround(shown)) + QStringLiteral(" px");
-}
-
-ToolFormattingPopover::ToolFormattingPopover(EditorModel& model, QWidget* parent)
-    : Popover(parent)
-    , m_model(model) {
-    auto* layout = new QVBoxLayout(this);
-    layout->setContentsMargins(14, 12, 14, 12);
-    layout->setSpacing(8);
-    m_title = sectionTitle(QString(), this);
-    m_colors = new ColorRow(QString(), this);
-    m_weightTitle = sectionTitle(tr("Stroke weight"), this);
-    m_widthRow = new QWidget(this);
-    auto* row = new QHBoxLayout(m_widthRow);
-    row->setContentsMargins(0, 0, 0, 0);
-    row->setSpacing(6);
-    for (double w : widths()) {
-        auto* b = new QToolButton(m_widthRow);
-        b->setCheckable(true);
-        b->setFocusPolicy(Qt::NoFocus);
-        b->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
-        b->setIconSize(QSize(36, 14));
-        QPixmap pm(QSize(72, 28));
-        pm.fill(Qt::transparent);
-        QPainter p(&pm);
-        p.setRenderHint(QPainter::Antialiasing);
-        p.setPen(QPen(palette().color(QPalette::WindowText), std::min(w, 12.0) * 1.4, Qt::SolidLine,
-                      Qt::RoundCap));
-        p.drawLine(QPointF(12, 14), QPointF(60, 14));
-        p.end();
-        b->setIcon(QIcon(pm));
-        connect(b, &QToolButton::clicked, this, [this, w] { m_model.applyLineWidth(w); });
-        row->addWidget(b);
-        m_widthButtons << b;
-    }
-    row->addStretch();
-    m_footnote = footnoteLabel(this);
-    m_footnote->setMaximumWidth(340);
-    layout->addWidget(m_title);
-    layout->addWidget(m_colors);
-    layout->addSpacing(4);
-    layout->addWidget(m_weightTitle);
-    layout->addWidget(m_widthRow);
-    layout->addWidget(m_footnote);
-
-    connect(m_colors, &ColorRow::picked, this,
-            [this](const QColor& c) { m_model.applyConfigurationColor(c); });
-    for (auto signal :
-         {&EditorModel::toolChanged, &EditorModel::selectedIDChanged, &EditorModel::colorChanged,
-          &EditorModel::lineWidthChanged, &EditorModel::annotationsChanged})
-        connect(&m_model, signal, this, &ToolFormattingPopover::refresh);
-    refresh();
-}
-
-QString ToolFormattingPopover::title() const {
-    return m_title->text();
-}
-
-QString ToolFormattingPopover::footnote() const {
-    return m_footnote->text();
-}
-
-void ToolFormattingPopover::refresh() {
-    const AnnotationTool tool = m_model.configurationTool();
-    const bool badge = tool == AnnotationTool::Step;
-    m_title->setText(badge ? tr("Badge color") : tr("Stroke color"));
-    const QString colorTip = badge ? tr("Choose the badge color") : tr("Choose the stroke color");
-    m_colors->setToolTip(colorTip);
-    for (QToolButton* b : m_colors->findChildren<QToolButton*>())
-        b->setToolTip(colorTip);
-    m_colors->setCurrent(m_model.displayColor());
-
-    const bool widthStyled = isWidthStyled(tool);
-    m_weightTitle->setVisible(widthStyled);
-    m_widthRow->setVisible(widthStyled);
-    m_weightTitle->setText(tool == AnnotationTool::Highlighter ? tr("Marker width")
-                                                               : tr("Stroke weight"));
-    const double current = m_model.displayLineWidth();
-    for (qsizetype i = 0; i < m_widthButtons.size(); ++i) {
-        const double w = widths()[i];
-        const QString label = widthLabel(tool, w);
-        m_widthButtons[i]->setText(label);
-        m_widthButtons[i]->setToolTip(tool == AnnotationTool::Highlighter
-                                          ? QStringLiteral("Set marker width to ") + label
-                                          : QStringLiteral("Set stroke weight to ") + label);
-        m_widthButtons[i]->setChecked(std::abs(current - w) < 0.01);
-    }
-    const QString kind = toolInfo(tool).help.toLower();
-    m_footnote->setText(m_model.configurationTargetsSelection()
-                            ? QStringLiteral("Changes apply to this annotation and future ") +
-                                  kind + QStringLiteral(" marks.")
-                            : QStringLiteral("Saved as the default for new ") + kind +
-                                  QStringLiteral(" marks."));
-    adjustSize();
-}
-
-// --- Text popover ---
-
-const QList<double>& TextFormattingPopover::sizes() {
-    static const QList<double> values{12, 16, 20, 24, 28, 36, 48, 64, 96, 144};
-    return values;
-}
-
-TextFormattingPopover::TextFormattingPopover(EditorModel& model, QWidget* parent)
-    : Popover(parent)
-    , m_model(model) {
-    auto* layout = new QVBoxLayout(this);
-    layout->setContentsMargins(14, 12, 14, 12);
-    layout->setSpacing(8);
-    auto* sizeRow = new QHBoxLayout;
-    sizeRow->addWidget(sectionTitle(tr("Size"), this));
-    m_size = new QComboBox(this);
-    m_size->setToolTip(tr("Choose the font size"));
-    sizeRow->addWidget(m_size, 1);
-    layout->addLayout(sizeRow);
-    layout->addWidget(sectionTitle(tr("Text color"), this));
-    m_colors = new ColorRow(tr("Choose the text color"), this);
-    layout->addWidget(m_colors);
-    m_chip = new QCheckBox(tr("Background chip"), this);
-    m_chip->setToolTip(tr("Add a readable chip behind the text"));
-    layout->addWidget(m_chip);
-
-    connect(m_size, &QComboBox::activated, this, [this](int index) {
-        if (!m_refreshing)
-            m_model.setFontSize(m_size->itemData(index).toDouble());
-    });
-    connect(m_colors, &ColorRow::picked, this,
-            [this](const QColor& c) { m_model.applyTextColor(c); });
-    connect(m_chip, &QCheckBox::clicked, this, [this] {
-        if (!m_refreshing)
-            m_model.toggleTextBackground();
-    });
-    for (auto signal : {&EditorModel::annotationsChanged, &EditorModel::selectedIDChanged,
-                        &EditorModel::editingTextIDChanged, &EditorModel::textFontSizeChanged,
-                        &EditorModel::textHasBackgroundChanged, &EditorModel::colorChanged})
-        connect(&m_model, signal, this, &TextFormattingPopover::refresh);
-    refresh();
-}
-
-void TextFormattingPopover::showEvent(QShowEvent* event) {
-    refresh();
-    Popover::showEvent(event);
-}
-
-void TextFormattingPopover::refresh() {
-    // Text marks change on every keystroke; a closed popover catches up when it opens.
-    if (!isVisible())
-        return;
-    m_refreshing = true;
-    const double current = m_model.displayFontSize();
-    QList<double> values = sizes();
-    if (!values.contains(std::round(current)))
-        values.append(std::round(current));
-    std::sort(values.begin(), values.end());
-    m_size->clear();
-    for (double v : values)
-        m_size->addItem(QString::number(v), v);
-    m_size->setCurrentIndex(m_size->findData(std::round(current)));
-    m_colors->setCurrent(m_model.displayTextColor());
-    m_chip->setChecked(m_model.displayTextHasBackground());
-    m_refreshing = false;
-}
-
-// --- Backdrop popover ---
-
-BackgroundPopover::BackgroundPopover(EditorModel& model, QWidget* parent)
-    : Popover(parent)
-    , m_model(model) {
-    auto* layout = new QVBoxLayout(this);
-    layout->setContentsMargins(14, 12, 14, 12);
-    layout->setSpacing(8);
-    layout->addWidget(sectionTitle(tr("Backdrop"), this));
-    m_preview = new QLabel(this);
-    m_preview->setAlignment(Qt::AlignCenter);
-    m_preview->setMinimumSize(previewBox);
-    layout->addWidget(m_preview);
-    auto* grid = new QGridLayout;
-    grid->setSpacing(8);
-    const QList<BackgroundPreset>& presets = BackgroundPreset::all();
-    for (qsizetype i = 0; i < presets.size(); ++i) {
-        const BackgroundPreset& preset = presets[i];
-        auto* b = new QToolButton(this);
-        b->setCheckable(true);
-        b->setFocusPolicy(Qt::NoFocus);
-        b->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
-        b->setText(preset.name);
-        b->setToolTip(preset.name);
-        QPixmap pm(QSize(104, 64));
-        pm.fill(Qt::transparent);
-        QPainter p(&pm);
-        p.setRenderHint(QPainter::Antialiasing);
-        QLinearGradient g(QPointF(0, 0), QPointF(104, 64));
-        for (qsizetype k = 0; k < preset.colors.size(); ++k)
-            g.setColorAt(double(k) / double(std::max<qsizetype>(1, preset.colors.size() - 1)),
-                         preset.colors[k]);
-        p.setPen(Qt::NoPen);
-        p.setBrush(g);
-        p.drawRoundedRect(QRectF(2, 2, 100, 60), 10, 10);
-        p.end();
-        b->setIcon(QIcon(pm));
-        b->setIconSize(QSize(52, 32));
-        const QString id = preset.id;
-        connect(b, &QToolButton::clicked, this, [this, id] {
-            BackgroundStyle s = current();
-            s.presetID = id;
-            m_model.setBackground(s);
-        });
-        grid->addWidget(b, int(i / 4), int(i % 4));
-        m_presets << b;
-    }
-    layout->addLayout(grid);
-
-    const auto sliderRow = [&](const QString& label, const QString& tip, int min, int max) {
-        auto* row = new QHBoxLayout;
-        auto* l = new QLabel(label, this);
-        l->setMinimumWidth(90);
-        auto* s = new QSlider(Qt::Horizontal, this);
-        s->setRange(min, max);
-        s->setToolTip(tip);
-        row->addWidget(l);
-        row->addWidget(s, 1);
-        layout->addLayout(row);
-        return s;
-    };
-    m_padding = sliderRow(tr("Padding"), tr("Set the backdrop padding"), 16, 200);
-    m_radius = sliderRow(tr("Corners"), tr("Set the backdrop corner radius"), 0, 80);
-    auto* bottom = new QHBoxLayout;
-    m_shadow = new QCheckBox(tr("Shadow"), this);
-    m_shadow->setToolTip(tr("Drop a shadow behind the image"));
-    m_remove = new QToolButton(this);
-    m_remove->setText(tr("Remove"));
-    m_remove->setToolTip(tr("Remove the background"));
-    bottom->addWidget(m_shadow);
-    bottom->addStretch();
-    bottom->addWidget(m_remove);
-    layout->addLayout(bottom);
-
-    connect(m_padding, &QSlider::valueChanged, this, [this](int v) {
-        if (m_refreshing)
-            return;
-        BackgroundStyle s = current();
-        s.padding = v;
-        m_model.setBackground(s);
-    });
-    connect(m_radius, &QSlider::valueChanged, this, [this](int v) {
-        if (m_refreshing)
-            return;
-        BackgroundStyle s = current();
-        s.cornerRadius = v;
-        m_model.setBackground(s);
-    });
-    connect(m_shadow, &QCheckBox::clicked, this, [this](bool on) {
-        BackgroundStyle s = current();
-        s.shadow = on;
-        m_model.setBackground(s);
-    });
-    connect(m_remove, &QToolButton::clicked, this, [this] { m_model.setBackground(std::nullopt); });
-    connect(&m_model, &EditorModel::backgroundChanged, this, &BackgroundPopover::refresh);
-    refresh();
-}
-
-BackgroundStyle BackgroundPopover::current() const {
-    return m_model.background().value_or(m_model.savedBackgroundStyle());
-}
-
-void BackgroundPopover::showEvent(QShowEvent* event) {
-    // The marks cannot change while the popover is open: draw the finished image small once.
-    const QSize pixels = m_model.pixelSize();
-    QRectF area(QPointF(0, 0), QSizeF(pixels));
-    if (const auto crop = m_model.cropRect())
-        area = crop->intersected(area);
-    if (!area.isEmpty()) {
-        m_previewScale = std::min(double(previewBox.width() - 40) / area.width(),
-                                  double(previewBox.height() - 40) / area.height());
-        const QSize size = (area.size() * m_previewScale).toSize().expandedTo(QSize(1, 1));
-        QImage small(size, QImage::Format_ARGB32_Premultiplied);
-        small.fill(Qt::transparent);
-        QPainter painter(&small);
-        painter.setRenderHint(QPainter::SmoothPixmapTransform);
-        painter.setRenderHint(QPainter::Antialiasing);
-        painter.scale(m_previewScale, m_previewScale);
-        painter.translate(-area.topLeft());
-        m_model.paint(painter);
-        painter.end();
-        m_previewImage = small;
-    }
-    refresh();
-    Popover::showEvent(event);
-}
-
-void BackgroundPopover::refresh() {
-    m_refreshing = true;
-    if (!m_previewImage.isNull() && isVisible()) {
-        QImage shown = m_previewImage;
-        if (const auto bg = m_model.background()) {
-            BackgroundStyle small = *bg;
-            small.padding *= m_previewScale;
-            small.cornerRadius *= m_previewScale;
-            shown = EditorModel::applyBackground(m_previewImage, small);
-        }
-        m_preview->setPixmap(QPixmap::fromImage(shown));
-    }
-    const auto bg = m_model.background();
-    const BackgroundStyle s = current();
-    for (qsizetype i = 0; i < m_presets.size(); ++i)
-        m_presets[i]->setChecked(bg && BackgroundPreset::all()[i].id == bg->presetID);
-    m_padding->setValue(int(std::lround(s.padding)));
-    m_radius->setValue(int(std::lround(s.cornerRadius)));
-    m_shadow->setChecked(s.shadow);
-    m_remove->setEnabled(bg.has_value());
-    m_refreshing = false;
-}
-
-// --- Tool group ---
-
-ToolGroupButton::ToolGroupButton(EditorModel& model, QList<AnnotationTool> tools, QWidget* parent)
-    : QToolButton(parent)
-    , m_model(model)
-    , m_tools(std::move(tools))
-    , m_remembered(m_tools.first()) {
-    setCheckable(true);
-    setFocusPolicy(Qt::NoFocus);
-    setPopupMode(QToolButton::DelayedPopup);
-    auto* menu = new QMenu(this);
-    for (AnnotationTool tool : m_tools) {
-        QAction* action =
-            menu->addAction(symbolIcon(toolInfo(tool).symbol),
-                            toolInfo(tool).help + QLatin1Char('\t') + toolInfo(tool).shortcut);
-        connect(action, &QAction::triggered, this, [this, tool] { select(tool); });
-    }
-    setMenu(menu);
-    connect(this, &QToolButton::clicked, this, [this] { select(m_remembered); });
-    connect(&m_model, &EditorModel::toolChanged, this, [this] {
-        if (m_tools.contains(m_model.tool()))
-            m_remembered = m_model.tool();
-        refresh();
-    });
-    refresh();
-}
-
-bool ToolGroupButton::isActive() const {
-    return m_tools.contains(m_model.tool());
-}
-
-void ToolGroupButton::select(AnnotationTool tool) {
-    m_model.commitPendingText();
-    m_model.setTool(tool);
-    m_model.setSelectedID(std::nullopt);
-    m_remembered = tool;
-    refresh();
-}
-
-void ToolGroupButton::refresh() {
-    const AnnotationToolInfo& info = toolInfo(m_remembered);
-    setIcon(symbolIcon(info.symbol));
-    setToolTip(info.help + QStringLiteral(" (") + info.shortcut +
-               QStringLiteral("), hold for more tools"));
-    setChecked(isActive());
-}
-
-void ToolGroupButton::paintEvent(QPaintEvent*) {
-    // Without the menu arrow the style would reserve room for; a small corner tick instead.
-    QStylePainter painter(this);
-    QStyleOptionToolButton option;
-    initStyleOption(&option);
-    option.features &= ~QStyleOptionToolButton::MenuButtonPopup;
-    option.features &= ~QStyleOptionToolButton::HasMenu;
-    painter.drawComplexControl(QStyle::CC_ToolButton, option);
-    painter.setRenderHint(QPainter::Antialiasing);
-    QColor tick = palette().color(QPalette::WindowText);
-    tick.setAlphaF(0.7f);
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(tick);
-    const QPointF corner(width() - 4.5, height() - 4.5);
-    QPainterPath path(corner);
-    path.lineTo(corner - QPointF(5, 0));
-    path.lineTo(corner - QPointF(0, 5));
-    path.closeSubpath();
-    painter.drawPath(path);
-}
 
 // --- Toolbar ---
 
@@ -627,17 +130,17 @@ EditorToolbar::EditorToolbar(EditorModel& model, QWidget* parent)
     m_undo = makeButton(QStringLiteral("arrow.uturn.backward"), tr("Undo"));
     m_undo->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Z));
     connect(m_undo, &QToolButton::clicked, this, [this] {
-        m_model.commitPendingText();
-        m_model.undo();
+        m_model.document().commitPendingText();
+        m_model.document().undo();
     });
     m_redo = makeButton(QStringLiteral("arrow.uturn.forward"), tr("Redo"));
     m_redo->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z));
     connect(m_redo, &QToolButton::clicked, this, [this] {
-        m_model.commitPendingText();
-        m_model.redo();
+        m_model.document().commitPendingText();
+        m_model.document().redo();
     });
     m_delete = makeButton(QStringLiteral("trash"), QStringLiteral("Delete selected (⌫)"));
-    connect(m_delete, &QToolButton::clicked, this, [this] { m_model.removeSelected(); });
+    connect(m_delete, &QToolButton::clicked, this, [this] { m_model.document().removeSelected(); });
     layout->addWidget(m_undo);
     layout->addWidget(m_redo);
     layout->addWidget(m_delete);
@@ -685,12 +188,15 @@ EditorToolbar::EditorToolbar(EditorModel& model, QWidget* parent)
     layout->addWidget(m_done);
 
     for (auto signal :
-         {&EditorModel::toolChanged, &EditorModel::selectedIDsChanged,
-          &EditorModel::selectedIDChanged, &EditorModel::historyChanged, &EditorModel::colorChanged,
-          &EditorModel::annotationsChanged, &EditorModel::cropEditChanged,
-          &EditorModel::editingTextIDChanged, &EditorModel::ocrSelectingChanged})
+         {&EditorModel::toolChanged, &EditorModel::colorChanged, &EditorModel::ocrSelectingChanged})
         connect(&m_model, signal, this, &EditorToolbar::refresh);
-    connect(&m_model, &EditorModel::backgroundChanged, this, &EditorToolbar::refreshBackdrop);
+    for (auto signal :
+         {&AnnotationDocument::selectedIDsChanged, &AnnotationDocument::selectedIDChanged,
+          &AnnotationDocument::historyChanged, &AnnotationDocument::annotationsChanged,
+          &AnnotationDocument::cropEditChanged, &AnnotationDocument::editingTextIDChanged})
+        connect(&m_model.document(), signal, this, &EditorToolbar::refresh);
+    connect(&m_model.backdrop(), &Backdrop::backgroundChanged, this,
+            &EditorToolbar::refreshBackdrop);
     refresh();
     refreshBackdrop();
 }
@@ -725,11 +231,11 @@ ToolGroupButton* EditorToolbar::groupButton(AnnotationTool tool) const {
 }
 
 void EditorToolbar::selectTool(AnnotationTool tool) {
-    m_model.commitPendingText();
+    m_model.document().commitPendingText();
     m_model.setTool(tool);
     // Picking the select tool keeps what is selected; a drawing tool starts afresh.
     if (tool != AnnotationTool::Select)
-        m_model.setSelectedID(std::nullopt);
+        m_model.document().setSelectedID(std::nullopt);
 }
 
 void EditorToolbar::refresh() {
@@ -742,24 +248,24 @@ void EditorToolbar::refresh() {
     // Icons are remade only when what they show changes: this runs on every edit.
     const QColor dot = strokeApplies ? m_model.displayColor() : QColor(160, 160, 160);
     if (dot != m_strokeIconColor) {
-        m_stroke->setIcon(colorDotIcon(dot));
+        m_stroke->setIcon(popover::colorDotIcon(dot));
         m_strokeIconColor = dot;
     }
     m_stroke->setToolTip(config == AnnotationTool::Step ? tr("Badge color")
                                                         : tr("Stroke color and weight"));
     m_text->setEnabled(config == AnnotationTool::Text || m_model.hasTargetedText());
-    m_undo->setEnabled(m_model.canUndo());
-    m_redo->setEnabled(m_model.canRedo());
-    m_delete->setEnabled(!m_model.selectedIDs().isEmpty());
-    const bool cropping = m_model.cropEdit().has_value();
+    m_undo->setEnabled(m_model.document().canUndo());
+    m_redo->setEnabled(m_model.document().canRedo());
+    m_delete->setEnabled(!m_model.document().selectedIDs().isEmpty());
+    const bool cropping = m_model.document().cropEdit().has_value();
     m_applyCrop->setVisible(cropping);
     m_cancelCrop->setVisible(cropping);
     m_copyText->setEnabled(!m_ocrRunning);
 }
 
 void EditorToolbar::refreshBackdrop() {
-    const auto bg = m_model.background();
-    const QString preset = bg ? bg->presetID : m_model.savedBackgroundStyle().presetID;
+    const auto bg = m_model.backdrop().background();
+    const QString preset = bg ? bg->presetID : m_model.backdrop().savedBackgroundStyle().presetID;
     const QString backdropKey = preset + (bg ? QStringLiteral(":on") : QStringLiteral(":off"));
     if (backdropKey != m_backdropIconKey) {
         m_backdrop->setIcon(gradientIcon(BackgroundPreset::colorsFor(preset), bg.has_value()));
@@ -773,14 +279,15 @@ void EditorToolbar::copyAllText() {
     m_ocrRunning = true;
     m_copyText->setToolTip(tr("Reading text…"));
     refresh();
-    TextRecognizer::copyText(m_model.baseImage(), this, [this](const Result<QString>& text) {
-        m_ocrRunning = false;
-        showOcrResult(text.ok() && !text->isEmpty());
-    });
+    TextRecognizer::copyText(m_model.document().baseImage(), this,
+                             [this](const Result<QString>& text) {
+                                 m_ocrRunning = false;
+                                 showOcrResult(text.ok() && !text->isEmpty());
+                             });
 }
 
 void EditorToolbar::copyTextFromSelection() {
-    m_model.commitPendingText();
+    m_model.document().commitPendingText();
     m_model.setOcrSelecting(true);
 }
 

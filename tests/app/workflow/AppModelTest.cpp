@@ -108,7 +108,7 @@ TEST_F(AppModelTest, WithTheEditorOnTheEditedImageIsWhatGetsSaved) {
     model->perform(CaptureKind::Fullscreen);
     ASSERT_TRUE(test::waitUntil([&] { return model->editorControllers().size() == 1; }));
     EditorModel& doc = model->editorControllers().front()->model();
-    doc.setBackground(BackgroundStyle{});
+    doc.backdrop().setBackground(BackgroundStyle{});
     model->editorControllers().front()->complete(true);
     ASSERT_TRUE(test::waitUntil([&] { return model->libraryRevision() == 1; }));
     EXPECT_TRUE(model->lastStatus().startsWith(QStringLiteral("Full screen saved → ")));
@@ -124,7 +124,7 @@ TEST_F(AppModelTest, EditingASavedCaptureWritesItBack) {
     ASSERT_TRUE(path);
     model->openEditor(*path);
     ASSERT_EQ(model->editorControllers().size(), 1u);
-    model->editorControllers().front()->model().setBackground(BackgroundStyle{});
+    model->editorControllers().front()->model().backdrop().setBackground(BackgroundStyle{});
     model->editorControllers().front()->complete(true);
     ASSERT_TRUE(test::waitUntil([&] { return model->libraryRevision() == 1; }));
     EXPECT_GT(QImage(*path).width(), 200);

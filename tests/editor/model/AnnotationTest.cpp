@@ -63,11 +63,6 @@ TEST(AnnotationTest, ToolsByKeyAndByShape) {
     // Shapes name their maker, with the deliberate name mismatches.
     EXPECT_EQ(make(Annotation::Highlight{}).tool(), AnnotationTool::Highlighter);
     EXPECT_EQ(make(Annotation::Pixelate{}).tool(), AnnotationTool::Pixelate);
-    // The styled ranges: text and step keep a colour only; select, pixelate and crop nothing.
-    EXPECT_EQ(styledTools().size(), 8);
-    EXPECT_EQ(styledTools().last(), AnnotationTool::Step);
-    EXPECT_FALSE(isWidthStyled(AnnotationTool::Text));
-    EXPECT_FALSE(isColorStyled(AnnotationTool::Pixelate));
 }
 
 TEST(AnnotationTest, HexColoursRoundTripAndRejectMalformedText) {

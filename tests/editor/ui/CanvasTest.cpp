@@ -23,7 +23,7 @@ TEST_F(CanvasTest, HandlesAreCaughtWithinNineScreenPointsAtAnyZoom) {
     open();
     model->setTool(AnnotationTool::Select);
     const QUuid id = add(Annotation::Rectangle{QRectF(100, 100, 200, 200)});
-    model->selectOnly(id);
+    model->document().selectOnly(id);
 
     // 200 %: nine points are 4.5 pixels. Four pixels off the corner grabs the handle…
     zoom(200);
@@ -47,11 +47,11 @@ TEST_F(CanvasTest, ResizingPastTheOppositeEdgeFlipsAndNeverGoesBelowTwentyPixels
     zoom(100);
     model->setTool(AnnotationTool::Select);
     const QUuid id = add(Annotation::Rectangle{QRectF(200, 200, 100, 100)});
-    model->selectOnly(id);
+    model->document().selectOnly(id);
     drag(QPointF(300, 300), QPointF(200, 200));
     EXPECT_EQ(rectOf(id), QRectF(200, 200, 20, 20));
 
-    model->selectOnly(id);
+    model->document().selectOnly(id);
     drag(QPointF(220, 220), QPointF(150, 160));
     EXPECT_EQ(rectOf(id), QRectF(150, 160, 50, 40)); // flipped: origin now the dragged corner
 }
@@ -72,7 +72,7 @@ TEST_F(CanvasTest, ShiftSnapsStraightStrokesToFortyFiveDegrees) {
     model->setTool(AnnotationTool::Highlighter);
     drag(QPointF(300, 300), towards(30), Qt::NoModifier);
 
-    const QList<Annotation>& marks = model->annotations();
+    const QList<Annotation>& marks = model->document().annotations();
     ASSERT_EQ(marks.size(), 4);
     const auto* a30 = marks[0].as<Annotation::Arrow>();
     const auto* a20 = marks[1].as<Annotation::Arrow>();
@@ -93,35 +93,81 @@ TEST_F(CanvasTest, DraftsSmallerThanSixPixelsBothWaysAreDropped) {
     zoom(200);
     model->setTool(AnnotationTool::Rectangle);
     drag(QPointF(100, 100), QPointF(105, 105));
-    EXPECT_TRUE(model->annotations().isEmpty());
-    EXPECT_EQ(model->undoCount(), 0);
+    EXPECT_TRUE(model->document().annotations().isEmpty());
+    EXPECT_EQ(model->document().undoCount(), 0);
     drag(QPointF(100, 100), QPointF(107, 102));
-    ASSERT_EQ(model->annotations().size(), 1);
-    EXPECT_EQ(rectOf(model->annotations()[0].id()), QRectF(100, 100, 7, 2));
+    ASSERT_EQ(model->document().annotations().size(), 1);
+    EXPECT_EQ(rectOf(model->document().annotations()[0].id()), QRectF(100, 100, 7, 2));
 
     // A click with the arrow or pen would leave nothing visible: no mark.
     for (AnnotationTool tool : {AnnotationTool::Arrow, AnnotationTool::Pen}) {
         model->setTool(tool);
         click(QPointF(400, 400));
     }
-    EXPECT_EQ(model->annotations().size(), 1);
+    EXPECT_EQ(model->document().annotations().size(), 1);
 }
 
 TEST_F(CanvasTest, AWholeMoveIsOneUndoStep) {
     open();
     zoom(75);
     const QUuid id = add(Annotation::Arrow{QPointF(100, 100), QPointF(300, 200)});
-    const int undoBefore = model->undoCount();
+    const int undoBefore = model->document().undoCount();
     model->setTool(AnnotationTool::Select);
     drag(QPointF(200, 150), QPointF(400, 450), Qt::NoModifier, 20);
-    const auto* moved = model->annotation(id)->as<Annotation::Arrow>();
+    const auto* moved = model->document().annotation(id)->as<Annotation::Arrow>();
     EXPECT_NEAR(moved->start.x(), 300, 1.5);
     EXPECT_NEAR(moved->start.y(), 400, 1.5);
-    EXPECT_EQ(model->undoCount(), undoBefore + 1);
-    model->undo();
-    const auto* back = model->annotation(id)->as<Annotation::Arrow>();
+    EXPECT_EQ(model->document().undoCount(), undoBefore + 1);
+    model->document().undo();
+    const auto* back = model->document().annotation(id)->as<Annotation::Arrow>();
     EXPECT_EQ(back->start, QPointF(100, 100));
     EXPECT_EQ(back->end, QPointF(300, 200));
+}
+
+TEST_F(CanvasTest, AToolSwitchMidDragCancelsTheDragOutright) {
+    open();
+    zoom(100);
+    const auto press = [&](QPointF p) { QTest::mousePress(canvas(), Qt::LeftButton, {}, at(p)); };
+    const auto moveTo = [&](QPointF p) {
+        QMouseEvent move(QEvent::MouseMove, canvas()->toWidget(p),
+                         canvas()->mapToGlobal(canvas()->toWidget(p)), Qt::NoButton, Qt::LeftButton,
+                         Qt::NoModifier);
+        QApplication::sendEvent(canvas(), &move);
+    };
+    const auto release = [&](QPointF p) {
+        QTest::mouseRelease(canvas(), Qt::LeftButton, {}, canvas()->toWidget(p).toPoint());
+        QApplication::processEvents();
+    };
+    const auto idle = [&] { return std::holds_alternative<canvas::Idle>(canvas()->gesture()); };
+
+    // A half-drawn rectangle and a pressed step badge leave nothing when the tool changes.
+    model->setTool(AnnotationTool::Rectangle);
+    press(QPointF(100, 100));
+    moveTo(QPointF(300, 250));
+    EXPECT_TRUE(std::holds_alternative<canvas::DrawShape>(canvas()->gesture()));
+    model->setTool(AnnotationTool::Step);
+    EXPECT_TRUE(idle());
+    moveTo(QPointF(320, 260));
+    release(QPointF(320, 260));
+    model->setTool(AnnotationTool::Step);
+    press(QPointF(400, 400));
+    model->setTool(AnnotationTool::Select);
+    release(QPointF(400, 400));
+    EXPECT_TRUE(model->document().annotations().isEmpty());
+    EXPECT_EQ(model->document().undoCount(), 0);
+
+    // A move keeps its one undo step, and stops where it was when the tool changed.
+    const QUuid id = add(Annotation::Rectangle{{100, 100, 100, 100}});
+    model->setTool(AnnotationTool::Select);
+    press(QPointF(150, 150));
+    moveTo(QPointF(170, 180));
+    model->setTool(AnnotationTool::Rectangle);
+    moveTo(QPointF(400, 400));
+    release(QPointF(400, 400));
+    EXPECT_TRUE(idle());
+    EXPECT_EQ(rectOf(id), QRectF(120, 130, 100, 100));
+    EXPECT_EQ(model->document().undoCount(), 2);
+    EXPECT_EQ(model->document().annotations().size(), 1);
 }
 
 TEST_F(CanvasTest, ArrowEndsStayTwelvePixelsApart) {
@@ -129,9 +175,9 @@ TEST_F(CanvasTest, ArrowEndsStayTwelvePixelsApart) {
     zoom(100);
     model->setTool(AnnotationTool::Select);
     const QUuid id = add(Annotation::Arrow{QPointF(100, 100), QPointF(300, 100)});
-    model->selectOnly(id);
+    model->document().selectOnly(id);
     drag(QPointF(300, 100), QPointF(100, 100), Qt::NoModifier, 10);
-    const auto* arrow = model->annotation(id)->as<Annotation::Arrow>();
+    const auto* arrow = model->document().annotation(id)->as<Annotation::Arrow>();
     EXPECT_EQ(arrow->start, QPointF(100, 100));
     EXPECT_NEAR(arrow->end.x(), 112, 0.01); // on the side it came from
     EXPECT_NEAR(arrow->end.y(), 100, 0.01);
@@ -145,11 +191,11 @@ TEST_F(CanvasTest, MarqueeSelectsWhatItTouches) {
     const QUuid c = add(Annotation::Rectangle{QRectF(800, 600, 80, 80)});
     model->setTool(AnnotationTool::Select);
     drag(QPointF(50, 50), QPointF(320, 140));
-    EXPECT_EQ(model->selectedIDs(), (QSet<QUuid>{a, b}));
-    EXPECT_FALSE(model->selectedID().has_value());
+    EXPECT_EQ(model->document().selectedIDs(), (QSet<QUuid>{a, b}));
+    EXPECT_FALSE(model->document().selectedID().has_value());
     // A click on empty canvas clears it.
     click(QPointF(600, 400));
-    EXPECT_TRUE(model->selectedIDs().isEmpty());
+    EXPECT_TRUE(model->document().selectedIDs().isEmpty());
     Q_UNUSED(c);
 }
 
@@ -161,8 +207,8 @@ TEST_F(CanvasTest, TypingInATextMarkNeverSwitchesTools) {
     QPlainTextEdit* editor = canvas()->textEditor();
     ASSERT_NE(editor, nullptr);
     ASSERT_TRUE(waitUntil([&] { return editor->hasFocus(); }));
-    ASSERT_EQ(model->annotations().size(), 1);
-    const auto* text = model->annotations()[0].as<Annotation::Text>();
+    ASSERT_EQ(model->document().annotations().size(), 1);
+    const auto* text = model->document().annotations()[0].as<Annotation::Text>();
     ASSERT_TRUE(text);
     EXPECT_GE(text->frame.width(), 240); // 20 % of the width, at least 200
     QTest::keyClicks(editor, QStringLiteral("rectangle vs arrow"));
@@ -170,14 +216,14 @@ TEST_F(CanvasTest, TypingInATextMarkNeverSwitchesTools) {
     QTest::keyClicks(editor, QStringLiteral("R"));
     QTest::keyClick(editor, Qt::Key_Space);
     EXPECT_EQ(model->tool(), AnnotationTool::Text);
-    EXPECT_FALSE(model->handToolActive());
-    EXPECT_EQ(model->annotations()[0].as<Annotation::Text>()->string,
+    EXPECT_FALSE(model->zoom().handToolActive());
+    EXPECT_EQ(model->document().annotations()[0].as<Annotation::Text>()->string,
               QStringLiteral("rectangle vs arrow\nR "));
 
     // Escape ends typing; now the same letter is a shortcut again.
     QTest::keyClick(editor, Qt::Key_Escape);
     EXPECT_EQ(canvas()->textEditor(), nullptr);
-    EXPECT_FALSE(model->editingTextID().has_value());
+    EXPECT_FALSE(model->document().editingTextID().has_value());
     QTest::keyClick(canvas(), Qt::Key_R, Qt::ShiftModifier);
     EXPECT_EQ(model->tool(), AnnotationTool::Rectangle);
     QTest::keyClick(canvas(), Qt::Key_L, Qt::ControlModifier);
@@ -189,17 +235,19 @@ TEST_F(CanvasTest, AnEmptyTextBoxGoesAwayWhenTheUserClicksElsewhere) {
     zoom(100);
     model->setTool(AnnotationTool::Text);
     click(QPointF(200, 200));
-    ASSERT_EQ(model->annotations().size(), 1);
+    ASSERT_EQ(model->document().annotations().size(), 1);
     click(QPointF(600, 500));
-    ASSERT_EQ(model->annotations().size(), 1); // the first removed, a new one opened
-    EXPECT_EQ(model->annotations()[0].as<Annotation::Text>()->frame.topLeft(), QPointF(600, 500));
+    ASSERT_EQ(model->document().annotations().size(), 1); // the first removed, a new one opened
+    EXPECT_EQ(model->document().annotations()[0].as<Annotation::Text>()->frame.topLeft(),
+              QPointF(600, 500));
     QTest::keyClicks(canvas()->textEditor(), QStringLiteral("kept"));
     // Switching tools from the keyboard commits it (Escape first leaves the field).
     QTest::keyClick(canvas()->textEditor(), Qt::Key_Escape);
     QTest::keyClick(canvas(), Qt::Key_V);
     EXPECT_EQ(model->tool(), AnnotationTool::Select);
-    ASSERT_EQ(model->annotations().size(), 1);
-    EXPECT_EQ(model->annotations()[0].as<Annotation::Text>()->string, QStringLiteral("kept"));
+    ASSERT_EQ(model->document().annotations().size(), 1);
+    EXPECT_EQ(model->document().annotations()[0].as<Annotation::Text>()->string,
+              QStringLiteral("kept"));
 }
 
 TEST_F(CanvasTest, CropFrameCommitsWithReturnAndCancelsWithEscape) {
@@ -207,24 +255,24 @@ TEST_F(CanvasTest, CropFrameCommitsWithReturnAndCancelsWithEscape) {
     zoom(50);
     QTest::keyClick(canvas(), Qt::Key_C);
     ASSERT_EQ(model->tool(), AnnotationTool::Crop);
-    ASSERT_EQ(model->cropEdit(), QRectF(0, 0, 1000, 600));
+    ASSERT_EQ(model->document().cropEdit(), QRectF(0, 0, 1000, 600));
     // Bottom-right handle inwards, then move the frame.
     drag(QPointF(1000, 600), QPointF(600, 400));
-    EXPECT_EQ(model->cropEdit(), QRectF(0, 0, 600, 400));
+    EXPECT_EQ(model->document().cropEdit(), QRectF(0, 0, 600, 400));
     drag(QPointF(300, 200), QPointF(400, 300));
-    EXPECT_EQ(model->cropEdit(), QRectF(100, 100, 600, 400));
+    EXPECT_EQ(model->document().cropEdit(), QRectF(100, 100, 600, 400));
     QTest::keyClick(canvas(), Qt::Key_Return);
-    EXPECT_EQ(model->cropRect(), QRectF(100, 100, 600, 400));
+    EXPECT_EQ(model->document().cropRect(), QRectF(100, 100, 600, 400));
     EXPECT_EQ(model->tool(), AnnotationTool::Select);
-    EXPECT_FALSE(model->cropEdit().has_value());
+    EXPECT_FALSE(model->document().cropEdit().has_value());
 
     // A new frame drawn outside the old one, then Escape: the committed crop stays.
     QTest::keyClick(canvas(), Qt::Key_C);
-    EXPECT_EQ(model->cropEdit(), QRectF(100, 100, 600, 400));
+    EXPECT_EQ(model->document().cropEdit(), QRectF(100, 100, 600, 400));
     drag(QPointF(20, 20), QPointF(90, 500));
-    EXPECT_EQ(model->cropEdit(), QRectF(20, 20, 70, 480));
+    EXPECT_EQ(model->document().cropEdit(), QRectF(20, 20, 70, 480));
     QTest::keyClick(canvas(), Qt::Key_Escape);
-    EXPECT_EQ(model->cropRect(), QRectF(100, 100, 600, 400));
+    EXPECT_EQ(model->document().cropRect(), QRectF(100, 100, 600, 400));
     EXPECT_EQ(model->tool(), AnnotationTool::Select);
 }
 
@@ -232,45 +280,45 @@ TEST_F(CanvasTest, KeyboardDeletesEscapesAndHoldsTheHandTool) {
     open();
     zoom(100);
     const QUuid id = add(Annotation::Rectangle{QRectF(100, 100, 80, 80)});
-    model->selectOnly(id);
+    model->document().selectOnly(id);
     QTest::keyClick(canvas(), Qt::Key_Escape);
-    EXPECT_TRUE(model->selectedIDs().isEmpty());
-    model->selectOnly(id);
+    EXPECT_TRUE(model->document().selectedIDs().isEmpty());
+    model->document().selectOnly(id);
     QTest::keyClick(canvas(), Qt::Key_Backspace);
-    EXPECT_TRUE(model->annotations().isEmpty());
+    EXPECT_TRUE(model->document().annotations().isEmpty());
     // Return without a crop is not ours.
     QTest::keyClick(canvas(), Qt::Key_Return);
     EXPECT_EQ(model->tool(), AnnotationTool::Arrow);
 
     // Copy-text mode: the first Escape leaves it and keeps the selection.
     const QUuid other = add(Annotation::Rectangle{QRectF(300, 100, 80, 80)});
-    model->selectOnly(other);
+    model->document().selectOnly(other);
     model->setOcrSelecting(true);
     QTest::keyClick(canvas(), Qt::Key_Escape);
     EXPECT_FALSE(model->ocrSelecting());
-    EXPECT_EQ(model->selectedID(), other);
+    EXPECT_EQ(model->document().selectedID(), other);
     QTest::keyClick(canvas(), Qt::Key_Escape);
-    EXPECT_FALSE(model->selectedID().has_value());
+    EXPECT_FALSE(model->document().selectedID().has_value());
 
     QTest::keyPress(canvas(), Qt::Key_Space);
-    EXPECT_TRUE(model->handToolActive());
+    EXPECT_TRUE(model->zoom().handToolActive());
     QKeyEvent repeatUp(QEvent::KeyRelease, Qt::Key_Space, Qt::NoModifier, QStringLiteral(" "),
                        true);
     QApplication::sendEvent(QApplication::focusWidget(), &repeatUp);
-    EXPECT_TRUE(model->handToolActive()); // auto-repeat does not toggle it
+    EXPECT_TRUE(model->zoom().handToolActive()); // auto-repeat does not toggle it
     ASSERT_TRUE(view->scrollView()->handOverlay()->isVisible());
     QTest::keyRelease(QApplication::focusWidget(), Qt::Key_Space);
-    EXPECT_FALSE(model->handToolActive());
+    EXPECT_FALSE(model->zoom().handToolActive());
     EXPECT_TRUE(canvas()->hasFocus());
 
     // Losing the window while holding Space releases the hand.
     QTest::keyPress(canvas(), Qt::Key_Space);
-    ASSERT_TRUE(model->handToolActive());
+    ASSERT_TRUE(model->zoom().handToolActive());
     QWidget other2;
     other2.resize(200, 200);
     other2.show();
     other2.activateWindow();
-    ASSERT_TRUE(waitUntil([&] { return !model->handToolActive(); }));
+    ASSERT_TRUE(waitUntil([&] { return !model->zoom().handToolActive(); }));
 }
 
 TEST_F(CanvasTest, HandToolPansAndControlWheelZoomsAboutThePointer) {
@@ -287,8 +335,8 @@ TEST_F(CanvasTest, HandToolPansAndControlWheelZoomsAboutThePointer) {
     QWheelEvent wheel(pointer, viewport->mapToGlobal(pointer), QPoint(), QPoint(0, 120 * 3),
                       Qt::NoButton, Qt::ControlModifier, Qt::NoScrollPhase, false);
     QApplication::sendEvent(viewport, &wheel);
-    ASSERT_TRUE(model->zoomPercent().has_value());
-    EXPECT_NEAR(*model->zoomPercent(), 100 * std::exp(0.18), 0.01);
+    ASSERT_TRUE(model->zoom().zoomPercent().has_value());
+    EXPECT_NEAR(*model->zoom().zoomPercent(), 100 * std::exp(0.18), 0.01);
     const QPointF after = canvas()->toImage(canvas()->mapFrom(viewport, pointer));
     EXPECT_NEAR(after.x(), under.x(), 1.0);
     EXPECT_NEAR(after.y(), under.y(), 1.0);
@@ -296,12 +344,12 @@ TEST_F(CanvasTest, HandToolPansAndControlWheelZoomsAboutThePointer) {
     // A huge delta zooms by e^0.5 at most; the result never passes 800 %.
     QWheelEvent huge(pointer, viewport->mapToGlobal(pointer), QPoint(), QPoint(0, 120 * 50),
                      Qt::NoButton, Qt::ControlModifier, Qt::NoScrollPhase, false);
-    const double before = *model->zoomPercent();
+    const double before = *model->zoom().zoomPercent();
     QApplication::sendEvent(viewport, &huge);
-    EXPECT_NEAR(*model->zoomPercent(), before * std::exp(0.5), 0.01);
+    EXPECT_NEAR(*model->zoom().zoomPercent(), before * std::exp(0.5), 0.01);
     for (int i = 0; i < 8; ++i)
         QApplication::sendEvent(viewport, &huge);
-    EXPECT_EQ(*model->zoomPercent(), 800);
+    EXPECT_EQ(*model->zoom().zoomPercent(), 800);
 
     zoom(100);
     h->setValue(500);
@@ -316,12 +364,12 @@ TEST_F(CanvasTest, HandToolPansAndControlWheelZoomsAboutThePointer) {
     QTest::keyRelease(hand, Qt::Key_Space);
     EXPECT_EQ(h->value(), 600); // the content follows the hand
     EXPECT_EQ(v->value(), 450);
-    EXPECT_TRUE(model->annotations().isEmpty()); // panning drew nothing
+    EXPECT_TRUE(model->document().annotations().isEmpty()); // panning drew nothing
 }
 
 TEST_F(CanvasTest, FitKeepsSmallImagesAtFullSizeAndCentred) {
     open(QSize(300, 200));
-    EXPECT_EQ(model->fitPercent(), 100);
+    EXPECT_EQ(model->zoom().fitPercent(), 100);
     zoom(10);
     const QRect viewport = view->scrollView()->viewport()->rect();
     const QPoint centre = canvas()->mapTo(view->scrollView()->viewport(),
@@ -333,7 +381,7 @@ TEST_F(CanvasTest, FitKeepsSmallImagesAtFullSizeAndCentred) {
 
 TEST_F(CanvasTest, FitPercentFollowsTheViewport) {
     open(QSize(4000, 3000), QSize(1400, 1000));
-    const double fit = model->fitPercent();
+    const double fit = model->zoom().fitPercent();
     EXPECT_GT(fit, 20);
     EXPECT_LT(fit, 40);
     // At fit the whole image is in view.
@@ -347,9 +395,9 @@ TEST_F(CanvasTest, StepBadgesAreNumberedInOrder) {
     QTest::keyClick(canvas(), Qt::Key_N);
     click(QPointF(100, 100));
     click(QPointF(200, 100));
-    ASSERT_EQ(model->annotations().size(), 2);
-    EXPECT_EQ(model->annotations()[1].as<Annotation::Step>()->number, 2);
-    EXPECT_EQ(model->annotations()[1].as<Annotation::Step>()->center, QPointF(200, 100));
+    ASSERT_EQ(model->document().annotations().size(), 2);
+    EXPECT_EQ(model->document().annotations()[1].as<Annotation::Step>()->number, 2);
+    EXPECT_EQ(model->document().annotations()[1].as<Annotation::Step>()->center, QPointF(200, 100));
 }
 
 TEST_F(CanvasTest, TheCanvasShowsWhatTheExportShows) {
@@ -357,10 +405,10 @@ TEST_F(CanvasTest, TheCanvasShowsWhatTheExportShows) {
     zoom(100);
     model->setTool(AnnotationTool::Rectangle);
     drag(QPointF(100, 100), QPointF(300, 250));
-    model->setSelection({});
+    model->document().setSelection({});
     QApplication::processEvents();
     const QImage shown = canvas()->grab().toImage();
-    const QImage exported = model->flatten();
+    const QImage exported = flatten(*model);
     const QPoint onCanvas = canvas()->toWidget(QPointF(100, 175)).toPoint();
     EXPECT_EQ(QColor(shown.pixel(onCanvas)).name(), QColor(exported.pixel(100, 175)).name());
     EXPECT_EQ(QColor(exported.pixel(100, 175)).red(), 255);

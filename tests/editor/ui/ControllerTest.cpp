@@ -58,8 +58,8 @@ TEST_F(ControllerTest, DoneReportsTheFinishedImageOnceAndClosesFirst) {
     EXPECT_EQ(window->windowTitle(), QStringLiteral("Quillmark Editor"));
     EXPECT_EQ(window->minimumSize(), QSize(760, 480));
 
-    controller->model().beginChange();
-    controller->model().appendAnnotation(
+    controller->model().document().beginChange();
+    controller->model().document().appendAnnotation(
         Annotation(Annotation::Rectangle{QRectF(10, 10, 100, 100)}, Qt::red, 6));
     QTest::mouseClick(controller->view()->toolbar()->doneButton(), Qt::LeftButton);
     ASSERT_EQ(reports, 1);
@@ -135,7 +135,7 @@ TEST_F(ControllerTest, AnArrowDrawnWithTheRealPointerIsInTheFinishedImage) {
                    num(to.y()), QStringLiteral("mouseup"), QStringLiteral("1")})
                   .exitCode,
               0);
-    ASSERT_TRUE(waitUntil([&] { return controller.model().annotations().size() == 1; }));
+    ASSERT_TRUE(waitUntil([&] { return controller.model().document().annotations().size() == 1; }));
     ASSERT_EQ(run(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("ctrl+Return")})
                   .exitCode,
               0);

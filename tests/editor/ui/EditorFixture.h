@@ -3,6 +3,7 @@
 #include "TestSupport.h"
 #include "base/SettingsStore.h"
 #include "editor/model/EditorModel.h"
+#include "editor/render/Flatten.h"
 #include "editor/ui/AnnotationCanvas.h"
 #include "editor/ui/AnnotationEditorView.h"
 #include "editor/ui/CanvasScrollView.h"
@@ -39,7 +40,7 @@ protected:
     AnnotationCanvas* canvas() const { return view->canvas(); }
 
     void zoom(double percent) {
-        model->setZoomPercent(percent);
+        model->zoom().setZoomPercent(percent);
         QApplication::processEvents();
     }
 
@@ -76,13 +77,13 @@ protected:
     // Adds a mark the way a user-drawn one ends up in the document.
     QUuid add(Annotation::Shape shape) {
         Annotation a(std::move(shape), Qt::red, 4);
-        model->beginChange();
-        model->appendAnnotation(a);
+        model->document().beginChange();
+        model->document().appendAnnotation(a);
         return a.id();
     }
 
     QRectF rectOf(const QUuid& id) const {
-        const Annotation* a = model->annotation(id);
+        const Annotation* a = model->document().annotation(id);
         if (!a)
             return {};
         if (const auto* r = a->as<Annotation::Rectangle>())

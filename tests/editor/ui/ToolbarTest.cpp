@@ -1,5 +1,9 @@
 #include "EditorFixture.h"
+#include "editor/ui/BackgroundPopover.h"
 #include "editor/ui/EditorToolbar.h"
+#include "editor/ui/TextFormattingPopover.h"
+#include "editor/ui/ToolFormattingPopover.h"
+#include "editor/ui/ToolGroupButton.h"
 
 #include <QMenu>
 
@@ -81,7 +85,7 @@ TEST_F(ToolbarTest, PopoverTitlesAndFootnotesFollowWhatTheyEdit) {
 
     const QUuid step = add(Annotation::Step{QPointF(100, 100), 1, 22});
     model->setTool(AnnotationTool::Select);
-    model->selectOnly(step);
+    model->document().selectOnly(step);
     EXPECT_EQ(popover->title(), QStringLiteral("Badge color"));
     EXPECT_EQ(popover->footnote(),
               QStringLiteral("Changes apply to this annotation and future step number marks."));
@@ -96,9 +100,9 @@ TEST_F(ToolbarTest, BackdropPopoverOffersTheEightPresets) {
     QTest::mouseClick(toolbar()->backdropButton(), Qt::LeftButton);
     ASSERT_TRUE(waitUntil([&] { return popover->isVisible(); }));
     QTest::mouseClick(popover->presetButtons()[3], Qt::LeftButton);
-    ASSERT_TRUE(model->background().has_value());
-    EXPECT_EQ(model->background()->presetID, QStringLiteral("mint"));
-    EXPECT_EQ(model->flatten().size(), QSize(1200 + 96, 800 + 96));
+    ASSERT_TRUE(model->backdrop().background().has_value());
+    EXPECT_EQ(model->backdrop().background()->presetID, QStringLiteral("mint"));
+    EXPECT_EQ(flatten(*model).size(), QSize(1200 + 96, 800 + 96));
     popover->close();
 }
 
@@ -108,16 +112,16 @@ TEST_F(ToolbarTest, UndoRedoAndDoneHaveTheirShortcuts) {
     toolbar()->onDone = [&] { done = true; };
     model->setTool(AnnotationTool::Rectangle);
     drag(QPointF(100, 100), QPointF(200, 200));
-    ASSERT_EQ(model->annotations().size(), 1);
+    ASSERT_EQ(model->document().annotations().size(), 1);
     // Buttons answer their shortcuts with a short animated press.
     QTest::keyClick(canvas(), Qt::Key_Z, Qt::ControlModifier);
-    EXPECT_TRUE(waitUntil([&] { return model->annotations().isEmpty(); }));
+    EXPECT_TRUE(waitUntil([&] { return model->document().annotations().isEmpty(); }));
     QTest::keyClick(canvas(), Qt::Key_Z, Qt::ControlModifier | Qt::ShiftModifier);
-    EXPECT_TRUE(waitUntil([&] { return model->annotations().size() == 1; }));
+    EXPECT_TRUE(waitUntil([&] { return model->document().annotations().size() == 1; }));
     QTest::keyClick(canvas(), Qt::Key_1, Qt::ControlModifier);
-    EXPECT_TRUE(waitUntil([&] { return model->zoomPercent() == 100.0; }));
+    EXPECT_TRUE(waitUntil([&] { return model->zoom().zoomPercent() == 100.0; }));
     QTest::keyClick(canvas(), Qt::Key_0, Qt::ControlModifier);
-    EXPECT_TRUE(waitUntil([&] { return !model->zoomPercent().has_value(); }));
+    EXPECT_TRUE(waitUntil([&] { return !model->zoom().zoomPercent().has_value(); }));
     QTest::keyClick(canvas(), Qt::Key_Return, Qt::ControlModifier);
     EXPECT_TRUE(waitUntil([&] { return done; }));
 }

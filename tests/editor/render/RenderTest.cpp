@@ -1,6 +1,7 @@
 #include "base/SettingsStore.h"
-#include "editor/model/AnnotationRenderer.h"
 #include "editor/model/EditorModel.h"
+#include "editor/render/AnnotationRenderer.h"
+#include "editor/render/Flatten.h"
 
 #include <QPainter>
 #include <QTemporaryDir>
@@ -95,10 +96,10 @@ TEST_F(RenderTest, PixelationRedactsOnOneGridAndLiesUnderLaterMarks) {
     const QImage base = noise(440, 220); // block size 8
     auto m = model(base);
     Annotation arrow(Annotation::Arrow{{20, 100}, {380, 100}}, QColor(0, 0, 255), 8);
-    m->appendAnnotation(arrow);
-    m->appendAnnotation(Annotation(Annotation::Pixelate{{0, 0, 200.5, 200}}, Qt::red));
-    m->appendAnnotation(Annotation(Annotation::Pixelate{{196, 0, 204, 200}}, Qt::red));
-    const QImage out = m->flatten().convertToFormat(QImage::Format_RGB32);
+    m->document().appendAnnotation(arrow);
+    m->document().appendAnnotation(Annotation(Annotation::Pixelate{{0, 0, 200.5, 200}}, Qt::red));
+    m->document().appendAnnotation(Annotation(Annotation::Pixelate{{196, 0, 204, 200}}, Qt::red));
+    const QImage out = flatten(*m).convertToFormat(QImage::Format_RGB32);
     ASSERT_EQ(out.size(), base.size());
 
     EXPECT_EQ(out.pixel(200, 100), qRgb(0, 0, 255)); // the arrow is on top
@@ -132,9 +133,9 @@ TEST_F(RenderTest, HighlighterIsWideAndTranslucent) {
         p.fillRect(QRect(100, 0, 100, 100), Qt::black); // "text" on the right half
     }
     auto m = model(base);
-    m->appendAnnotation(
+    m->document().appendAnnotation(
         Annotation(Annotation::Highlight{{{10, 50}, {190, 50}}}, QColor(255, 214, 10), 4));
-    const QImage out = m->flatten();
+    const QImage out = flatten(*m);
     // 3.5 × 4 = 14 pixels wide: ±6 is inside, ±9 is outside.
     const QRgb onWhite = out.pixel(50, 50);
     EXPECT_LE(distance(onWhite,
@@ -147,9 +148,9 @@ TEST_F(RenderTest, HighlighterIsWideAndTranslucent) {
 
     // A stroke needs two points.
     auto dot = model(base);
-    dot->appendAnnotation(Annotation(Annotation::Pen{{{50, 50}}}, Qt::red, 10));
-    dot->appendAnnotation(Annotation(Annotation::Highlight{{{60, 50}}}, Qt::red, 10));
-    EXPECT_EQ(dot->flatten().convertToFormat(QImage::Format_RGB32), base);
+    dot->document().appendAnnotation(Annotation(Annotation::Pen{{{50, 50}}}, Qt::red, 10));
+    dot->document().appendAnnotation(Annotation(Annotation::Highlight{{{60, 50}}}, Qt::red, 10));
+    EXPECT_EQ(flatten(*dot).convertToFormat(QImage::Format_RGB32), base);
 }
 
 TEST_F(RenderTest, ChipTextContrastsWithTheChip) {
@@ -157,8 +158,8 @@ TEST_F(RenderTest, ChipTextContrastsWithTheChip) {
         auto m = model(filled(400, 200, QColor(128, 128, 128)));
         Annotation text(Annotation::Text{{40, 40, 300, 60}, QStringLiteral("Hello World"), 40},
                         chip, 4, true);
-        m->appendAnnotation(text);
-        const QImage out = m->flatten();
+        m->document().appendAnnotation(text);
+        const QImage out = flatten(*m);
         double lo = 255, hi = 0;
         for (int y = 40; y < 100; ++y)
             for (int x = 40; x < 340; ++x) {
@@ -187,8 +188,8 @@ TEST_F(RenderTest, TextWrapsByWordsAndGrowsDownwards) {
     EXPECT_GT(rect.height(), 3 * 30); // several lines
 
     auto m = model(filled(400, 400, Qt::white));
-    m->appendAnnotation(Annotation(text, QColor(200, 0, 0)));
-    const QImage out = m->flatten();
+    m->document().appendAnnotation(Annotation(text, QColor(200, 0, 0)));
+    const QImage out = flatten(*m);
     int redRows = 0, widest = 0;
     for (int y = 0; y < 400; ++y) {
         bool red = false;
@@ -207,10 +208,13 @@ TEST_F(RenderTest, TextWrapsByWordsAndGrowsDownwards) {
 
 TEST_F(RenderTest, StepBadgeAndStrokedShapes) {
     auto m = model(filled(300, 200, Qt::white));
-    m->appendAnnotation(Annotation(Annotation::Step{{100, 100}, 7, 40}, QColor(0, 120, 0)));
-    m->appendAnnotation(Annotation(Annotation::Rectangle{{200, 20, 80, 60}}, Qt::blue, 6));
-    m->appendAnnotation(Annotation(Annotation::Line{{200, 150}, {290, 150}}, Qt::red, 6));
-    const QImage out = m->flatten();
+    m->document().appendAnnotation(
+        Annotation(Annotation::Step{{100, 100}, 7, 40}, QColor(0, 120, 0)));
+    m->document().appendAnnotation(
+        Annotation(Annotation::Rectangle{{200, 20, 80, 60}}, Qt::blue, 6));
+    m->document().appendAnnotation(
+        Annotation(Annotation::Line{{200, 150}, {290, 150}}, Qt::red, 6));
+    const QImage out = flatten(*m);
     EXPECT_EQ(out.pixel(100 - 30, 100), qRgb(0, 120, 0));     // filled disc
     EXPECT_EQ(out.pixel(100 - 38, 100), qRgb(255, 255, 255)); // white ring
     EXPECT_EQ(out.pixel(100 - 45, 100), qRgb(255, 255, 255)); // outside
@@ -231,26 +235,26 @@ TEST_F(RenderTest, CropCutsWholePixelsAndIgnoresDegenerateCrops) {
     QImage base = noise(300, 200);
     auto m = model(base);
     m->setTool(AnnotationTool::Crop);
-    m->setCropEdit(QRectF(10.5, 20.5, 100, 50));
+    m->document().setCropEdit(QRectF(10.5, 20.5, 100, 50));
     m->commitCrop();
-    QImage out = m->flatten();
+    QImage out = flatten(*m);
     ASSERT_EQ(out.size(), QSize(101, 51)); // rounded outwards
     EXPECT_EQ(out.pixel(0, 0), base.pixel(10, 20));
     EXPECT_EQ(out.pixel(100, 50), base.pixel(110, 70));
 
     m->setTool(AnnotationTool::Crop);
-    m->setCropEdit(QRectF(0, 0, 300, 200));
+    m->document().setCropEdit(QRectF(0, 0, 300, 200));
     m->commitCrop();
-    EXPECT_EQ(m->flatten().size(), QSize(300, 200));
+    EXPECT_EQ(flatten(*m).size(), QSize(300, 200));
 }
 
 TEST_F(RenderTest, BackdropFramesTheImageWithGradientCornersAndShadow) {
     const QImage white = filled(1000, 600, Qt::white);
     BackgroundStyle style{QStringLiteral("slate"), 48, 18, true};
-    const QImage withShadow = EditorModel::applyBackground(white, style);
+    const QImage withShadow = AnnotationRenderer::applyBackground(white, style);
     ASSERT_EQ(withShadow.size(), QSize(1096, 696));
     style.shadow = false;
-    const QImage plain = EditorModel::applyBackground(white, style);
+    const QImage plain = AnnotationRenderer::applyBackground(white, style);
 
     // Gradient at −45°: the first colour at the top-left, the last at the bottom-right.
     const auto slate = BackgroundPreset::colorsFor(QStringLiteral("slate"));
@@ -270,9 +274,9 @@ TEST_F(RenderTest, BackdropFramesTheImageWithGradientCornersAndShadow) {
     // The shadow falls downwards: it takes more light below the image than above it.
     // Measured on a light backdrop, where 8-bit rounding does not drown it.
     BackgroundStyle light{QStringLiteral("silver"), 48, 18, true};
-    const QImage lightShadow = EditorModel::applyBackground(white, light);
+    const QImage lightShadow = AnnotationRenderer::applyBackground(white, light);
     light.shadow = false;
-    const QImage lightPlain = EditorModel::applyBackground(white, light);
+    const QImage lightPlain = AnnotationRenderer::applyBackground(white, light);
     const auto darkening = [&](int x, int y) {
         return 1 - luminance(lightShadow.pixel(x, y)) / luminance(lightPlain.pixel(x, y));
     };
@@ -285,9 +289,9 @@ TEST_F(RenderTest, BackdropFramesTheImageWithGradientCornersAndShadow) {
     // backdrop is painted beneath all of it, and the rounded corners still cut.
     QImage clear(1000, 600, QImage::Format_ARGB32_Premultiplied);
     clear.fill(Qt::transparent);
-    const QRgb behind = EditorModel::applyBackground(clear, style).pixel(548, 348);
+    const QRgb behind = AnnotationRenderer::applyBackground(clear, style).pixel(548, 348);
     clear.fill(QColor(255, 255, 255, 128));
-    const QImage translucent = EditorModel::applyBackground(clear, style);
+    const QImage translucent = AnnotationRenderer::applyBackground(clear, style);
     ASSERT_EQ(translucent.size(), QSize(1096, 696));
     EXPECT_EQ(translucent.pixel(49, 49), plain.pixel(49, 49));
     EXPECT_LE(distance(translucent.pixel(548, 348),
@@ -297,17 +301,17 @@ TEST_F(RenderTest, BackdropFramesTheImageWithGradientCornersAndShadow) {
 
     // Square corners when the radius is 0.
     style.cornerRadius = 0;
-    EXPECT_EQ(EditorModel::applyBackground(white, style).pixel(48, 48), qRgb(255, 255, 255));
+    EXPECT_EQ(AnnotationRenderer::applyBackground(white, style).pixel(48, 48), qRgb(255, 255, 255));
 }
 
 TEST_F(RenderTest, FlattenAppliesCropThenBackdrop) {
     const QImage base = noise(300, 200);
     auto m = model(base);
     m->setTool(AnnotationTool::Crop);
-    m->setCropEdit(QRectF(50, 50, 100, 100));
+    m->document().setCropEdit(QRectF(50, 50, 100, 100));
     m->commitCrop();
-    m->setBackground(BackgroundStyle{QStringLiteral("blue"), 20, 0, false});
-    const QImage framed = m->flatten();
+    m->backdrop().setBackground(BackgroundStyle{QStringLiteral("blue"), 20, 0, false});
+    const QImage framed = flatten(*m);
     ASSERT_EQ(framed.size(), QSize(140, 140));
     for (QPoint p : {QPoint(0, 0), QPoint(99, 0), QPoint(37, 61), QPoint(99, 99)})
         EXPECT_EQ(framed.pixel(p + QPoint(20, 20)), base.pixel(p + QPoint(50, 50)));
@@ -315,10 +319,11 @@ TEST_F(RenderTest, FlattenAppliesCropThenBackdrop) {
 
     // A mark over the crop's corner stays on the image and is rounded off with it, on the
     // direct path (whole-pixel padding) and the general one (half-pixel padding) alike.
-    m->appendAnnotation(Annotation(Annotation::Step{{50, 50}, 1, 30}, QColor(0, 255, 0)));
+    m->document().appendAnnotation(
+        Annotation(Annotation::Step{{50, 50}, 1, 30}, QColor(0, 255, 0)));
     for (double padding : {20.0, 20.5}) {
-        m->setBackground(BackgroundStyle{QStringLiteral("blue"), padding, 10, true});
-        const QImage marked = m->flatten();
+        m->backdrop().setBackground(BackgroundStyle{QStringLiteral("blue"), padding, 10, true});
+        const QImage marked = flatten(*m);
         const int side = int(100 + 2 * padding);
         ASSERT_EQ(marked.size(), QSize(side, side));
         const int origin = int(std::ceil(padding));
@@ -327,8 +332,18 @@ TEST_F(RenderTest, FlattenAppliesCropThenBackdrop) {
         EXPECT_LT(qGreen(marked.pixel(origin - 3, origin + 12)), 200) << padding;
         EXPECT_LT(qGreen(marked.pixel(origin + 12, origin - 3)), 200) << padding;
     }
-    m->setBackground(std::nullopt);
-    EXPECT_EQ(m->flatten().size(), QSize(100, 100));
+    m->backdrop().setBackground(std::nullopt);
+    EXPECT_EQ(flatten(*m).size(), QSize(100, 100));
+}
+
+TEST_F(RenderTest, ExportsReuseThePixelationSource) {
+    auto m = model(filled(1100, 300, Qt::white));
+    const qint64 key = m->document().pixelatedImage().cacheKey();
+    m->document().appendAnnotation(Annotation(Annotation::Pixelate{{0, 0, 50, 50}}, Qt::red));
+    m->document().appendAnnotation(Annotation(Annotation::Pixelate{{100, 0, 50, 50}}, Qt::red));
+    flatten(*m);
+    flatten(*m);
+    EXPECT_EQ(m->document().pixelatedImage().cacheKey(), key);
 }
 
 TEST_F(RenderTest, CanvasPaintsTheSameMarksUnderItsZoom) {
@@ -336,16 +351,16 @@ TEST_F(RenderTest, CanvasPaintsTheSameMarksUnderItsZoom) {
     Annotation arrow(Annotation::Arrow{{10, 50}, {190, 50}}, QColor(0, 0, 255), 6);
     Annotation typing(Annotation::Text{{0, 0, 200, 40}, QStringLiteral("WWWW"), 30},
                       QColor(0, 255, 0));
-    m->appendAnnotation(Annotation(Annotation::Pixelate{{0, 0, 200, 100}}, Qt::red));
-    m->appendAnnotation(arrow);
-    m->appendAnnotation(typing);
+    m->document().appendAnnotation(Annotation(Annotation::Pixelate{{0, 0, 200, 100}}, Qt::red));
+    m->document().appendAnnotation(arrow);
+    m->document().appendAnnotation(typing);
 
     QImage canvas(400, 200, QImage::Format_RGB32);
     QPainter painter(&canvas);
     painter.scale(2, 2);
-    m->paint(painter, typing.id());
+    paintDocument(painter, m->document(), typing.id());
     painter.end();
-    const QImage flat = m->flatten();
+    const QImage flat = flatten(*m);
     EXPECT_EQ(canvas.pixel(200, 100), qRgb(0, 0, 255));
     EXPECT_EQ(canvas.pixel(20, 160), flat.pixel(10, 80)); // same pixelation blocks
     int green = 0;

@@ -43,10 +43,6 @@ public:
     // The rect a text mark's string fills: its frame, grown downwards to the wrapped height.
     static QRectF textRect(const Annotation::Text& text, const QPaintDevice* device);
 
-    // Block averages of `image` on one grid anchored at the top-left corner; nothing of the
-    // original survives inside a block but its mean colour.
-    static QImage pixelate(const QImage& image, double blockSize);
-
     // The image on a gradient backdrop with `style.padding` around it, rounded corners and an
     // optional shadow. The result is (width + 2 padding) × (height + 2 padding).
     static QImage applyBackground(const QImage& image, const BackgroundStyle& style);

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QList>
+#include <QObject>
+#include <optional>
+
+namespace qm {
+
+// How the editor window shows the capture: the chosen zoom (or fit), the fit the viewport
+// allows, and whether the hand tool is held. View state only; the document never sees it.
+class ZoomState : public QObject {
+    Q_OBJECT
+
+public:
+    // Zoom steps in percent, smallest first.
+    static const QList<double>& zoomSteps();
+
+    using QObject::QObject;
+
+    std::optional<double> zoomPercent() const { return m_zoomPercent; } // none = fit
+    void setZoomPercent(const std::optional<double>& percent);
+    double fitPercent() const { return m_fitPercent; }
+    void setFitPercent(double percent);
+    double currentZoomPercent() const { return m_zoomPercent.value_or(m_fitPercent); }
+    // The next step above (below) the current zoom, stopping at the ends.
+    void zoomIn();
+    void zoomOut();
+    bool handToolActive() const { return m_handToolActive; }
+    void setHandToolActive(bool on);
+
+Q_SIGNALS:
+    void zoomPercentChanged();
+    void fitPercentChanged();
+    void handToolActiveChanged();
+
+private:
+    std::optional<double> m_zoomPercent;
+    double m_fitPercent = 100;
+    bool m_handToolActive = false;
+};
+
+} // namespace qm
