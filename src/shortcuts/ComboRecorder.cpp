@@ -1,6 +1,5 @@
 #include "shortcuts/ComboRecorder.h"
 
-#include "base/KeyCodes.h"
 #include "base/Preferences.h"
 #include "shortcuts/HotkeyManager.h"
 
@@ -8,6 +7,29 @@
 #include <QKeyEvent>
 
 namespace qm {
+
+namespace {
+// The key under a shifted character on a US layout ('$' is on '4'): a shortcut names the key,
+// and the global grab matches keys, not characters.
+Qt::Key unshifted(Qt::Key key) {
+    static constexpr std::pair<char, char> pairs[] = {
+        {'!', '1'},  {'@', '2'}, {'#', '3'},  {'$', '4'}, {'%', '5'}, {'^', '6'}, {'&', '7'},
+        {'*', '8'},  {'(', '9'}, {')', '0'},  {'_', '-'}, {'+', '='}, {'{', '['}, {'}', ']'},
+        {'|', '\\'}, {':', ';'}, {'"', '\''}, {'<', ','}, {'>', '.'}, {'?', '/'}, {'~', '`'}};
+    for (const auto& [shifted, plain] : pairs)
+        if (key == Qt::Key(shifted))
+            return Qt::Key(plain);
+    return key;
+}
+
+// Keys that never make a shortcut: modifiers pressed alone, and keys Qt cannot name.
+bool canBeShortcutKey(Qt::Key key) {
+    return key != Qt::Key_unknown && key != 0 &&
+           !QKeySequence(key).toString(QKeySequence::PortableText).isEmpty() &&
+           !(key >= Qt::Key_Shift && key <= Qt::Key_ScrollLock) && key != Qt::Key_Super_L &&
+           key != Qt::Key_Super_R && key != Qt::Key_AltGr;
+}
+} // namespace
 
 ComboRecorder::ComboRecorder(Preferences& preferences, HotkeyManager& hotkeys, QObject* parent)
     : QObject(parent)
@@ -60,13 +82,12 @@ bool ComboRecorder::eventFilter(QObject* watched, QEvent* event) {
     // Shift alone never makes a shortcut: it would steal a character from every program.
     if (!(mods & (Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier)))
         return true;
-    const auto info = keys::fromQtKey(keys::unshiftedQtKey(key->key()));
-    const auto label = info ? keys::keyDisplay(info->storedCode) : std::nullopt;
-    if (!label)
+    const Qt::Key pressed = unshifted(Qt::Key(key->key()));
+    if (!canBeShortcutKey(pressed))
         return true;
 
     const HotkeyAction action = *m_recordingAction;
-    m_preferences.setHotkey({info->storedCode, keys::carbonModifiers(mods), *label}, action);
+    m_preferences.setHotkey(HotkeyCombo(QKeyCombination(mods, pressed)), action);
     end();
     return true;
 }

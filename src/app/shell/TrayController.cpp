@@ -3,7 +3,7 @@
 #include "app/RecentCaptures.h"
 #include "app/shell/AboutWindow.h"
 #include "app/workflow/AppModel.h"
-#include "base/KeyCodes.h"
+#include "base/Hotkeys.h"
 #include "base/Log.h"
 #include "base/Preferences.h"
 #include "platform/desktop/Reveal.h"
@@ -83,7 +83,7 @@ void TrayController::rebuildMenu() {
         QAction* item = menu->addAction(symbolIcon(symbol), title, this,
                                         [this, kind] { m_model.perform(kind); });
         // A hint of the global shortcut; the global grab is what makes it work elsewhere.
-        item->setShortcut(keys::keySequence(m_preferences.hotkey(action)));
+        item->setShortcut(m_preferences.hotkey(action).sequence());
         item->setShortcutContext(Qt::WidgetShortcut);
         item->setShortcutVisibleInContextMenu(true);
     };
