@@ -88,6 +88,21 @@ TEST_F(HotkeysTest, AShortcutHeldByAnotherProgramIsLoggedAndTheOthersStillWork) 
     EXPECT_EQ(fired.back(), HotkeyAction::Window);
 }
 
+TEST_F(HotkeysTest, TwoActionsOnTheSameShortcutAreReportedAndOnlyTheFirstRuns) {
+    ASSERT_TRUE(backend);
+    test::LogCapture log;
+    const HotkeyCombo same = defaultHotkey(HotkeyAction::Window);
+    EXPECT_TRUE(manager.registerHotkey(same, [this] { fired.push_back(HotkeyAction::Window); }));
+    EXPECT_FALSE(manager.registerHotkey(same, [this] { fired.push_back(HotkeyAction::Record); }));
+    EXPECT_TRUE(log.contains(QStringLiteral("Quillmark: failed to register hotkey id=2 status=10")))
+        << log.lines().join(QLatin1Char('\n')).toStdString();
+
+    press(QStringLiteral("ctrl+shift+8"));
+    ASSERT_TRUE(waitFired(1));
+    QTest::qWait(200);
+    EXPECT_EQ(fired, std::vector<HotkeyAction>{HotkeyAction::Window});
+}
+
 class ComboRecorderTest : public HotkeysTest {
 protected:
     QTemporaryDir dir;

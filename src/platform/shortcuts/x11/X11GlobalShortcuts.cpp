@@ -2,6 +2,7 @@
 
 #include <QSocketNotifier>
 #include <QTimer>
+#include <algorithm>
 #include <cstdlib>
 #include <xcb/xcb.h>
 #include <xcb/xcb_keysyms.h>
@@ -140,6 +141,14 @@ int X11GlobalShortcuts::grab(std::uint32_t id, QKeyCombination keys) {
         g.keycodes.push_back(*k);
     if (g.keycodes.empty())
         return XCB_VALUE; // no key on this keyboard makes that symbol
+    // X lets a client grab the same key twice; refuse it as X refuses another client's, so a
+    // second action given the same shortcut is reported instead of firing along.
+    for (const auto& [other, held] : m_grabs)
+        if (held.modifiers == g.modifiers)
+            for (std::uint8_t code : g.keycodes)
+                if (std::find(held.keycodes.begin(), held.keycodes.end(), code) !=
+                    held.keycodes.end())
+                    return XCB_ACCESS;
 
     std::vector<xcb_void_cookie_t> cookies;
     for (std::uint8_t code : g.keycodes)
