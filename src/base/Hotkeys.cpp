@@ -5,9 +5,11 @@ namespace qm {
 namespace {
 constexpr Qt::KeyboardModifiers kChordModifiers =
     Qt::ShiftModifier | Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
+} // namespace
 
-bool isModifierKey(Qt::Key key) {
+bool isShortcutKey(Qt::Key key) {
     switch (key) {
+    case Qt::Key_unknown:
     case Qt::Key_Shift:
     case Qt::Key_Control:
     case Qt::Key_Alt:
@@ -20,12 +22,11 @@ bool isModifierKey(Qt::Key key) {
     case Qt::Key_CapsLock:
     case Qt::Key_NumLock:
     case Qt::Key_ScrollLock:
-        return true;
-    default:
         return false;
+    default:
+        return key != 0 && !QKeySequence(key).toString(QKeySequence::PortableText).isEmpty();
     }
 }
-} // namespace
 
 QString rawValue(HotkeyAction action) {
     switch (action) {
@@ -81,7 +82,7 @@ std::optional<HotkeyCombo> HotkeyCombo::fromText(const QString& text) {
         return std::nullopt;
     const QKeyCombination chord = sequence[0];
     const Qt::Key key = chord.key();
-    if (key == Qt::Key_unknown || key == 0 || isModifierKey(key))
+    if (!isShortcutKey(key))
         return std::nullopt;
     if (!(chord.keyboardModifiers() & (Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier)))
         return std::nullopt;

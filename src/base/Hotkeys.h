@@ -29,6 +29,10 @@ inline constexpr std::uint32_t Option = 0x800;   // Alt
 inline constexpr std::uint32_t Control = 0x1000; // Super
 } // namespace CarbonModifier
 
+// Whether a shortcut can end in this key: a key Qt can name, not a modifier or lock key
+// pressed on its own.
+bool isShortcutKey(Qt::Key key);
+
 // One global shortcut: a single chord of modifiers and one key. Stored as QKeySequence's
 // portable text ("Ctrl+Shift+4"), so the settings file stays readable and editable by hand.
 struct HotkeyCombo {

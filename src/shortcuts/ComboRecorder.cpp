@@ -22,13 +22,6 @@ Qt::Key unshifted(Qt::Key key) {
     return key;
 }
 
-// Keys that never make a shortcut: modifiers pressed alone, and keys Qt cannot name.
-bool canBeShortcutKey(Qt::Key key) {
-    return key != Qt::Key_unknown && key != 0 &&
-           !QKeySequence(key).toString(QKeySequence::PortableText).isEmpty() &&
-           !(key >= Qt::Key_Shift && key <= Qt::Key_ScrollLock) && key != Qt::Key_Super_L &&
-           key != Qt::Key_Super_R && key != Qt::Key_AltGr;
-}
 } // namespace
 
 ComboRecorder::ComboRecorder(Preferences& preferences, HotkeyManager& hotkeys, QObject* parent)
@@ -83,7 +76,7 @@ bool ComboRecorder::eventFilter(QObject* watched, QEvent* event) {
     if (!(mods & (Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier)))
         return true;
     const Qt::Key pressed = unshifted(Qt::Key(key->key()));
-    if (!canBeShortcutKey(pressed))
+    if (!isShortcutKey(pressed))
         return true;
 
     const HotkeyAction action = *m_recordingAction;
