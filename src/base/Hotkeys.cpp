@@ -1,10 +1,32 @@
 #include "base/Hotkeys.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-
 namespace qm {
+
+namespace {
+constexpr Qt::KeyboardModifiers kChordModifiers =
+    Qt::ShiftModifier | Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
+} // namespace
+
+bool isShortcutKey(Qt::Key key) {
+    switch (key) {
+    case Qt::Key_unknown:
+    case Qt::Key_Shift:
+    case Qt::Key_Control:
+    case Qt::Key_Alt:
+    case Qt::Key_AltGr:
+    case Qt::Key_Meta:
+    case Qt::Key_Super_L:
+    case Qt::Key_Super_R:
+    case Qt::Key_Hyper_L:
+    case Qt::Key_Hyper_R:
+    case Qt::Key_CapsLock:
+    case Qt::Key_NumLock:
+    case Qt::Key_ScrollLock:
+        return false;
+    default:
+        return key != 0 && !QKeySequence(key).toString(QKeySequence::PortableText).isEmpty();
+    }
+}
 
 QString rawValue(HotkeyAction action) {
     switch (action) {
@@ -27,78 +49,82 @@ std::optional<HotkeyAction> hotkeyActionFromRaw(const QString& raw) {
     return std::nullopt;
 }
 
-QStringList HotkeyCombo::modifierSymbols() const {
-    QStringList symbols;
-    if (carbonModifiers & CarbonModifier::Control)
-        symbols << QStringLiteral("⌃");
-    if (carbonModifiers & CarbonModifier::Option)
-        symbols << QStringLiteral("⌥");
-    if (carbonModifiers & CarbonModifier::Shift)
-        symbols << QStringLiteral("⇧");
-    if (carbonModifiers & CarbonModifier::Command)
-        symbols << QStringLiteral("⌘");
-    return symbols;
+HotkeyCombo::HotkeyCombo(QKeyCombination combination)
+    : key(combination.key())
+    , modifiers(combination.keyboardModifiers() & kChordModifiers) {}
+
+HotkeyCombo::HotkeyCombo(const HotkeyCombo& other)
+    : key(other.key)
+    , modifiers(other.modifiers) {}
+
+HotkeyCombo& HotkeyCombo::operator=(const HotkeyCombo& other) {
+    key = other.key;
+    modifiers = other.modifiers;
+    return *this;
+}
+
+HotkeyCombo::HotkeyCombo(std::uint32_t, std::uint32_t oldModifiers, const QString& keyLabel)
+    : key(QKeySequence::fromString(keyLabel, QKeySequence::PortableText)[0].key()) {
+    if (oldModifiers & CarbonModifier::Command)
+        modifiers |= Qt::ControlModifier;
+    if (oldModifiers & CarbonModifier::Shift)
+        modifiers |= Qt::ShiftModifier;
+    if (oldModifiers & CarbonModifier::Option)
+        modifiers |= Qt::AltModifier;
+    if (oldModifiers & CarbonModifier::Control)
+        modifiers |= Qt::MetaModifier;
+}
+
+std::optional<HotkeyCombo> HotkeyCombo::fromText(const QString& text) {
+    const QKeySequence sequence =
+        QKeySequence::fromString(text.trimmed(), QKeySequence::PortableText);
+    if (sequence.count() != 1)
+        return std::nullopt;
+    const QKeyCombination chord = sequence[0];
+    const Qt::Key key = chord.key();
+    if (!isShortcutKey(key))
+        return std::nullopt;
+    if (!(chord.keyboardModifiers() & (Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier)))
+        return std::nullopt;
+    return HotkeyCombo(chord);
+}
+
+QString HotkeyCombo::portableText() const {
+    return sequence().toString(QKeySequence::PortableText);
+}
+
+QString HotkeyCombo::nativeText() const {
+    return sequence().toString(QKeySequence::NativeText);
+}
+
+QStringList HotkeyCombo::keyCaps() const {
+    QStringList caps;
+    // The desktop's own order and names: Ctrl, Alt, Super (Meta), Shift.
+    for (const Qt::KeyboardModifier m :
+         {Qt::ControlModifier, Qt::AltModifier, Qt::MetaModifier, Qt::ShiftModifier})
+        if (modifiers & m) {
+            QString name =
+                QKeySequence(QKeyCombination(m, Qt::Key_A)).toString(QKeySequence::NativeText);
+            name.chop(2); // "+A"
+            caps << name;
+        }
+    caps << QKeySequence(key).toString(QKeySequence::NativeText);
+    return caps;
 }
 
 HotkeyCombo defaultHotkey(HotkeyAction action) {
-    constexpr std::uint32_t shiftCommand = CarbonModifier::Shift | CarbonModifier::Command;
+    constexpr auto ctrlShift = Qt::ControlModifier | Qt::ShiftModifier;
     switch (action) {
     case HotkeyAction::Region:
-        return {21, shiftCommand, QStringLiteral("4")};
+        return HotkeyCombo(ctrlShift | Qt::Key_4);
     case HotkeyAction::Window:
-        return {28, shiftCommand, QStringLiteral("8")};
+        return HotkeyCombo(ctrlShift | Qt::Key_8);
     case HotkeyAction::Fullscreen:
-        return {25, shiftCommand, QStringLiteral("9")};
+        return HotkeyCombo(ctrlShift | Qt::Key_9);
     case HotkeyAction::Record:
-        return {22, shiftCommand, QStringLiteral("6")};
+        return HotkeyCombo(ctrlShift | Qt::Key_6);
     }
     return {};
-}
-
-QByteArray encodeHotkeyTable(const HotkeyTable& table) {
-    QJsonArray array;
-    for (const auto& [action, combo] : table) {
-        array.append(rawValue(action));
-        array.append(QJsonObject{{QStringLiteral("keyCode"), qint64(combo.keyCode)},
-                                 {QStringLiteral("carbonModifiers"), qint64(combo.carbonModifiers)},
-                                 {QStringLiteral("keyDisplay"), combo.keyDisplay}});
-    }
-    return QJsonDocument(array).toJson(QJsonDocument::Compact);
-}
-
-namespace {
-std::optional<std::uint32_t> readUInt32(const QJsonValue& v) {
-    if (!v.isDouble())
-        return std::nullopt;
-    const double d = v.toDouble();
-    if (d < 0 || d > double(UINT32_MAX) || d != double(qint64(d)))
-        return std::nullopt;
-    return std::uint32_t(d);
-}
-} // namespace
-
-std::optional<HotkeyTable> decodeHotkeyTable(const QByteArray& json) {
-    QJsonParseError error{};
-    const QJsonDocument doc = QJsonDocument::fromJson(json, &error);
-    if (error.error != QJsonParseError::NoError || !doc.isArray())
-        return std::nullopt;
-    const QJsonArray array = doc.array();
-    if (array.size() % 2 != 0)
-        return std::nullopt;
-    HotkeyTable table;
-    for (qsizetype i = 0; i < array.size(); i += 2) {
-        const auto action = hotkeyActionFromRaw(array.at(i).toString());
-        if (!array.at(i).isString() || !action || !array.at(i + 1).isObject())
-            return std::nullopt;
-        const QJsonObject o = array.at(i + 1).toObject();
-        const auto keyCode = readUInt32(o.value(QStringLiteral("keyCode")));
-        const auto modifiers = readUInt32(o.value(QStringLiteral("carbonModifiers")));
-        const QJsonValue display = o.value(QStringLiteral("keyDisplay"));
-        if (!keyCode || !modifiers || !display.isString())
-            return std::nullopt;
-        table[*action] = HotkeyCombo{*keyCode, *modifiers, display.toString()};
-    }
-    return table;
 }
 
 } // namespace qm

@@ -1,5 +1,7 @@
 #include "base/Preferences.h"
 
+#include "base/Log.h"
+
 #include <QDir>
 #include <QStandardPaths>
 #include <QTimeZone>
@@ -81,9 +83,9 @@ Preferences::Preferences(SettingsStore& store, ThemeApplier applyTheme, QObject*
                             : defaultDirectory();
     ensureExists(m_outputDirectory);
 
-    if (const auto data = m_store.dataValue(hotkeysKey))
-        if (auto table = decodeHotkeyTable(*data))
-            m_hotkeys = std::move(*table);
+    for (HotkeyAction action : allHotkeyActions)
+        if (auto combo = storedHotkey(action))
+            m_hotkeys[action] = *combo;
 
     setTheme(appThemeFromRaw(m_store.stringValue(kTheme).value_or(QString())));
 
@@ -203,6 +205,27 @@ void Preferences::setOutputDirectory(const QString& path) {
     Q_EMIT outputDirectoryChanged(folder);
 }
 
+QString Preferences::hotkeyKey(HotkeyAction action) {
+    return QStringLiteral("hotkeys.") + rawValue(action);
+}
+
+std::optional<HotkeyCombo> Preferences::storedHotkey(HotkeyAction action) const {
+    const auto stored = m_store.value(hotkeyKey(action));
+    if (!stored)
+        return std::nullopt;
+    // An unquoted comma in the file reads as a list; put it back to judge the whole value.
+    const QString text = stored->typeId() == QMetaType::QStringList
+                             ? stored->toStringList().join(QLatin1Char(','))
+                             : stored->toString();
+    auto combo = HotkeyCombo::fromText(text);
+    if (!combo)
+        qCWarning(lcHotkey).noquote()
+            << QStringLiteral("Quillmark: the %1 shortcut \"%2\" is not one key with Ctrl, Alt or "
+                              "Super; using %3")
+                   .arg(rawValue(action), text, defaultHotkey(action).portableText());
+    return combo;
+}
+
 HotkeyCombo Preferences::hotkey(HotkeyAction action) const {
     const auto it = m_hotkeys.find(action);
     return it != m_hotkeys.end() ? it->second : defaultHotkey(action);
@@ -210,7 +233,7 @@ HotkeyCombo Preferences::hotkey(HotkeyAction action) const {
 
 void Preferences::setHotkey(const HotkeyCombo& combo, HotkeyAction action) {
     m_hotkeys[action] = combo;
-    m_store.setValue(hotkeysKey, encodeHotkeyTable(m_hotkeys));
+    m_store.setValue(hotkeyKey(action), combo.portableText());
     Q_EMIT hotkeysChanged();
     postHotkeysChanged();
 }

@@ -28,7 +28,8 @@ public:
     using ThemeApplier = std::function<void(AppTheme)>;
 
     static inline const QString outputKey = QStringLiteral("outputDirectoryPath");
-    static inline const QString hotkeysKey = QStringLiteral("hotkeys.v1");
+    // One value per action, e.g. "hotkeys.region" = "Ctrl+Shift+4".
+    static QString hotkeyKey(HotkeyAction action);
 
     // The fallback defaults, in the order they are registered.
     static std::vector<std::pair<QString, QVariant>> registeredDefaults();
@@ -81,7 +82,8 @@ public:
     QString outputDirectory() const { return m_outputDirectory; }
     void setOutputDirectory(const QString& path);
 
-    // The user's own shortcuts; actions missing here use their defaults.
+    // The user's own shortcuts; actions missing here use their defaults, and so do stored
+    // values that are no usable shortcut (they are logged and left in the file to be fixed).
     const HotkeyTable& hotkeys() const { return m_hotkeys; }
     HotkeyCombo hotkey(HotkeyAction action) const;
     void setHotkey(const HotkeyCombo& combo, HotkeyAction action);
@@ -118,6 +120,7 @@ Q_SIGNALS:
     void quillmarkHotkeysChanged();
 
 private:
+    std::optional<HotkeyCombo> storedHotkey(HotkeyAction action) const;
     template <typename T, typename Signal>
     void assign(T& field, T value, const QString& key, Signal signal);
 

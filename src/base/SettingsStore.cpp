@@ -1,7 +1,9 @@
 #include "base/SettingsStore.h"
 
+#include <QCoreApplication>
 #include <QSettings>
 #include <QStandardPaths>
+#include <QTimer>
 
 namespace qm {
 
@@ -64,9 +66,34 @@ std::optional<QByteArray> SettingsStore::dataValue(const QString& key) const {
 
 struct IniSettingsStore::Private {
     explicit Private(const QString& path)
-        : settings(path, QSettings::IniFormat) {}
+        : settings(path, QSettings::IniFormat) {
+        flushTimer.setSingleShot(true);
+        flushTimer.setInterval(0);
+        QObject::connect(&flushTimer, &QTimer::timeout, &flushTimer, [this] { flush(); });
+        // The store may outlive the event loop in main(); quitting must not lose a change.
+        if (auto* app = QCoreApplication::instance())
+            QObject::connect(app, &QCoreApplication::aboutToQuit, &flushTimer, [this] { flush(); });
+    }
+
+    void changed() {
+        dirty = true;
+        if (!flushTimer.isActive())
+            flushTimer.start();
+    }
+    void flush() {
+        flushTimer.stop();
+        if (!dirty)
+            return;
+        dirty = false;
+        settings.sync();
+        ++writes;
+    }
+
     QSettings settings;
     QVariantMap defaults;
+    QTimer flushTimer;
+    bool dirty = false;
+    int writes = 0;
 };
 
 IniSettingsStore::IniSettingsStore()
@@ -76,7 +103,7 @@ IniSettingsStore::IniSettingsStore(const QString& path)
     : d(std::make_unique<Private>(path)) {}
 
 IniSettingsStore::~IniSettingsStore() {
-    d->settings.sync();
+    d->flush();
 }
 
 QString IniSettingsStore::defaultPath() {
@@ -105,12 +132,12 @@ std::optional<QVariant> IniSettingsStore::value(const QString& key) const {
 
 void IniSettingsStore::setValue(const QString& key, const QVariant& value) {
     d->settings.setValue(iniKey(key), value);
-    d->settings.sync();
+    d->changed();
 }
 
 void IniSettingsStore::remove(const QString& key) {
     d->settings.remove(iniKey(key));
-    d->settings.sync();
+    d->changed();
 }
 
 bool IniSettingsStore::contains(const QString& key) const {
@@ -118,7 +145,14 @@ bool IniSettingsStore::contains(const QString& key) const {
 }
 
 void IniSettingsStore::sync() {
-    d->settings.sync();
+    if (d->dirty)
+        d->flush();
+    else
+        d->settings.sync();
+}
+
+int IniSettingsStore::writeCount() const {
+    return d->writes;
 }
 
 } // namespace qm

@@ -33,6 +33,9 @@ public:
 };
 
 // QSettings in INI format: $XDG_CONFIG_HOME/quillworks/Quillmark.conf unless a path is given.
+// Reads see every write at once; the file is written at most once per turn of the event loop
+// (a burst of writes, such as loading the preferences, makes one write), and at the latest
+// when the store goes away or the application quits.
 class IniSettingsStore final : public SettingsStore {
 public:
     IniSettingsStore();
@@ -47,7 +50,10 @@ public:
     void setValue(const QString& key, const QVariant& value) override;
     void remove(const QString& key) override;
     bool contains(const QString& key) const override;
+    // Writes pending changes now and rereads values another program changed.
     void sync() override;
+    // Times pending changes were flushed to the file: at most one per turn of the event loop.
+    int writeCount() const;
 
 private:
     struct Private;

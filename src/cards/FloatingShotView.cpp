@@ -21,10 +21,10 @@ constexpr int kHoverMillis = 140;
 constexpr int kAppearMillis = 220;
 constexpr int kFadeOutMillis = 150;
 
-QString ocrSymbol(std::optional<bool> result) {
+QString ocrIcon(std::optional<bool> result) {
     if (!result)
-        return QStringLiteral("text.viewfinder");
-    return *result ? QStringLiteral("checkmark") : QStringLiteral("text.badge.xmark");
+        return QStringLiteral("edit-find");
+    return *result ? QStringLiteral("object-select") : QStringLiteral("action-unavailable");
 }
 
 void animateOpacity(QWidget* window, double to, int millis, const std::function<void()>& then) {
@@ -56,22 +56,21 @@ FloatingShotView::FloatingShotView(const QImage& image, bool animateIn, Actions 
     m_thumbnail->configure(image, m_actions.onAnnotate, m_actions.fileURL, m_actions.fullImage);
     m_thumbnail->onDragChanged = [this](bool dragging) { setDragging(dragging); };
 
-    m_close = addButton(QStringLiteral("closeButton"), QStringLiteral("xmark"),
+    m_close = addButton(QStringLiteral("closeButton"), QStringLiteral("window-close"),
                         QStringLiteral("Close"), m_actions.onClose);
-    m_pin = addButton(QStringLiteral("pinButton"), QStringLiteral("pin"),
+    m_pin = addButton(QStringLiteral("pinButton"), QStringLiteral("view-pin"),
                       QStringLiteral("Pin to this screen"), m_actions.onTogglePin);
-    m_copy = addButton(QStringLiteral("copyButton"), QStringLiteral("doc.on.doc"),
+    m_copy = addButton(QStringLiteral("copyButton"), QStringLiteral("edit-copy"),
                        QStringLiteral("Copy"), m_actions.onCopy);
-    m_copyText = addButton(QStringLiteral("copyTextButton"), ocrSymbol(std::nullopt),
+    m_copyText = addButton(QStringLiteral("copyTextButton"), ocrIcon(std::nullopt),
                            QStringLiteral("Copy Text (OCR)"), m_actions.onCopyText);
     m_copyText->setEnabled(bool(m_actions.onCopyText));
     m_reveal = addButton(QStringLiteral("revealButton"), QStringLiteral("folder"),
                          QStringLiteral("Show in Folder"), m_actions.onReveal);
-    m_annotate =
-        addButton(QStringLiteral("annotateButton"), QStringLiteral("pencil.tip.crop.circle"),
-                  QStringLiteral("Annotate"), m_actions.onAnnotate);
+    m_annotate = addButton(QStringLiteral("annotateButton"), QStringLiteral("document-edit"),
+                           QStringLiteral("Annotate"), m_actions.onAnnotate);
     m_delete =
-        addButton(QStringLiteral("deleteButton"), QStringLiteral("trash"),
+        addButton(QStringLiteral("deleteButton"), QStringLiteral("user-trash"),
                   QStringLiteral("Delete (moves the file to the Trash)"), m_actions.onDelete);
     m_delete->setDestructive(true);
     placeButtons();
@@ -88,10 +87,10 @@ FloatingShotView::FloatingShotView(const QImage& image, bool animateIn, Actions 
     connect(windowHandle(), &QWindow::screenChanged, this, [this] { applyShape(); });
 }
 
-HoverIconButton* FloatingShotView::addButton(const QString& name, const QString& symbol,
+HoverIconButton* FloatingShotView::addButton(const QString& name, const QString& iconName,
                                              const QString& help,
                                              const std::function<void()>& action) {
-    auto* button = new HoverIconButton(symbol, help, this);
+    auto* button = new HoverIconButton(iconName, help, this);
     button->setObjectName(name);
     button->setAttribute(Qt::WA_AlwaysShowToolTips);
     connect(button, &QAbstractButton::clicked, this, [action] {
@@ -123,7 +122,7 @@ void FloatingShotView::setImage(const QImage& image) {
 
 void FloatingShotView::setPinned(bool pinned) {
     m_pinned = pinned;
-    m_pin->setSymbol(pinned ? QStringLiteral("pin.fill") : QStringLiteral("pin"));
+    m_pin->setIconName(pinned ? QStringLiteral("window-pin") : QStringLiteral("view-pin"));
     m_pin->setHelp(pinned ? QStringLiteral("Unpin — follow the cursor across monitors")
                           : QStringLiteral("Pin to this screen"));
     m_pin->setTint(pinned ? Brand::yellow() : QColor(Qt::white));
@@ -132,7 +131,7 @@ void FloatingShotView::setPinned(bool pinned) {
 
 void FloatingShotView::setOcrResult(std::optional<bool> result) {
     m_ocrResult = result;
-    m_copyText->setSymbol(ocrSymbol(result));
+    m_copyText->setIconName(ocrIcon(result));
 }
 
 void FloatingShotView::enterEvent(QEnterEvent* event) {

@@ -67,7 +67,7 @@ private:
     void applyHoverProgress(double progress);
     void placeButtons();
     void applyShape();
-    HoverIconButton* addButton(const QString& name, const QString& symbol, const QString& help,
+    HoverIconButton* addButton(const QString& name, const QString& iconName, const QString& help,
                                const std::function<void()>& action);
 
     Actions m_actions;

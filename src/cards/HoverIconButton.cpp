@@ -1,25 +1,30 @@
 #include "cards/HoverIconButton.h"
 
+#include "ui/Icons.h"
 #include "ui/Symbols.h"
 
 #include <QPainter>
 
 namespace qm {
 
-HoverIconButton::HoverIconButton(QString symbol, const QString& help, QWidget* parent)
+HoverIconButton::HoverIconButton(QString iconName, const QString& help, QWidget* parent)
     : QAbstractButton(parent)
-    , m_symbol(std::move(symbol)) {
+    , m_iconName(std::move(iconName)) {
     setFocusPolicy(Qt::NoFocus);
     setCursor(Qt::PointingHandCursor);
     setHelp(help);
     resize(sizeHint());
 }
 
-void HoverIconButton::setSymbol(const QString& symbol) {
-    if (symbol == m_symbol)
+void HoverIconButton::setIconName(const QString& iconName) {
+    if (iconName == m_iconName)
         return;
-    m_symbol = symbol;
+    m_iconName = iconName;
     update();
+}
+
+QString HoverIconButton::symbol() const {
+    return symbolForIconName(m_iconName);
 }
 
 void HoverIconButton::setHelp(const QString& help) {
@@ -78,9 +83,9 @@ void HoverIconButton::paintEvent(QPaintEvent*) {
     painter.drawEllipse(bounds);
 
     const double side = std::min(width(), height()) * 0.56;
-    const QImage symbol = renderSymbol(m_symbol, m_tint, QSizeF(side, side), devicePixelRatioF());
-    if (!symbol.isNull())
-        painter.drawImage(QPointF((width() - side) / 2.0, (height() - side) / 2.0), symbol);
+    const QImage icon = renderIcon(m_iconName, m_tint, QSizeF(side, side), devicePixelRatioF());
+    if (!icon.isNull())
+        painter.drawImage(QPointF((width() - side) / 2.0, (height() - side) / 2.0), icon);
 }
 
 } // namespace qm

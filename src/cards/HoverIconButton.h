@@ -6,21 +6,23 @@
 
 namespace qm {
 
-// A round icon button of a capture card: a symbol from the bundled set on a dark disc that
+// A round icon button of a capture card: an icon (by freedesktop name) on a dark disc that
 // brightens under the pointer (red for destructive actions). Its tool-tip names the action.
 // The card fades its buttons in and out with the pointer; a button keeps taking clicks while
 // faded, so a click never waits for the fade.
 class HoverIconButton final : public QAbstractButton {
     Q_OBJECT
 public:
-    HoverIconButton(QString symbol, const QString& help, QWidget* parent = nullptr);
+    HoverIconButton(QString iconName, const QString& help, QWidget* parent = nullptr);
 
-    QString symbol() const { return m_symbol; }
-    void setSymbol(const QString& symbol);
+    QString iconName() const { return m_iconName; }
+    void setIconName(const QString& iconName);
+    // Transitional: the icon's old symbol name ("pin.fill"), for checks not yet renamed.
+    QString symbol() const;
     void setHelp(const QString& help);
     void setDestructive(bool destructive);
     bool isDestructive() const { return m_destructive; }
-    // Draws the symbol in this colour instead of white (the pinned pin).
+    // Draws the icon in this colour instead of white (the pinned pin).
     void setTint(QColor tint);
     // 0 = invisible, 1 = fully shown.
     void setReveal(double reveal);
@@ -33,7 +35,7 @@ protected:
     void leaveEvent(QEvent* event) override;
 
 private:
-    QString m_symbol;
+    QString m_iconName;
     QColor m_tint = Qt::white;
     bool m_destructive = false;
     bool m_hovering = false;

@@ -1,6 +1,5 @@
 #include "shortcuts/ComboRecorder.h"
 
-#include "base/KeyCodes.h"
 #include "base/Preferences.h"
 #include "shortcuts/HotkeyManager.h"
 
@@ -8,6 +7,22 @@
 #include <QKeyEvent>
 
 namespace qm {
+
+namespace {
+// The key under a shifted character on a US layout ('$' is on '4'): a shortcut names the key,
+// and the global grab matches keys, not characters.
+Qt::Key unshifted(Qt::Key key) {
+    static constexpr std::pair<char, char> pairs[] = {
+        {'!', '1'},  {'@', '2'}, {'#', '3'},  {'$', '4'}, {'%', '5'}, {'^', '6'}, {'&', '7'},
+        {'*', '8'},  {'(', '9'}, {')', '0'},  {'_', '-'}, {'+', '='}, {'{', '['}, {'}', ']'},
+        {'|', '\\'}, {':', ';'}, {'"', '\''}, {'<', ','}, {'>', '.'}, {'?', '/'}, {'~', '`'}};
+    for (const auto& [shifted, plain] : pairs)
+        if (key == Qt::Key(shifted))
+            return Qt::Key(plain);
+    return key;
+}
+
+} // namespace
 
 ComboRecorder::ComboRecorder(Preferences& preferences, HotkeyManager& hotkeys, QObject* parent)
     : QObject(parent)
@@ -60,13 +75,12 @@ bool ComboRecorder::eventFilter(QObject* watched, QEvent* event) {
     // Shift alone never makes a shortcut: it would steal a character from every program.
     if (!(mods & (Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier)))
         return true;
-    const auto info = keys::fromQtKey(keys::unshiftedQtKey(key->key()));
-    const auto label = info ? keys::keyDisplay(info->storedCode) : std::nullopt;
-    if (!label)
+    const Qt::Key pressed = unshifted(Qt::Key(key->key()));
+    if (!isShortcutKey(pressed))
         return true;
 
     const HotkeyAction action = *m_recordingAction;
-    m_preferences.setHotkey({info->storedCode, keys::carbonModifiers(mods), *label}, action);
+    m_preferences.setHotkey(HotkeyCombo(QKeyCombination(mods, pressed)), action);
     end();
     return true;
 }

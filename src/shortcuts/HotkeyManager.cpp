@@ -1,6 +1,5 @@
 #include "shortcuts/HotkeyManager.h"
 
-#include "base/KeyCodes.h"
 #include "base/Log.h"
 
 #include <limits>
@@ -17,16 +16,12 @@ HotkeyManager::HotkeyManager(GlobalShortcutBackend& backend, QObject* parent)
     });
 }
 
-bool HotkeyManager::registerHotkey(std::uint32_t keyCode, std::uint32_t carbonModifiers,
-                                   std::function<void()> handler) {
+bool HotkeyManager::registerHotkey(const HotkeyCombo& combo, std::function<void()> handler) {
     if (m_nextID == std::numeric_limits<std::uint32_t>::max())
         qFatal("Quillmark: hotkey ids exhausted");
     const std::uint32_t id = m_nextID++;
 
-    const auto key = keys::fromStoredCode(keyCode);
-    // A key code outside the table cannot be typed here: refuse it like a taken shortcut.
-    const int status =
-        key ? m_backend.grab(id, key->keysym, keys::qtModifiers(carbonModifiers)) : -1;
+    const int status = m_backend.grab(id, combo.combination());
     if (status != 0) {
         qCWarning(lcHotkey).noquote()
             << QStringLiteral("Quillmark: failed to register hotkey id=%1 status=%2")

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Hotkeys.h"
 #include "platform/shortcuts/api/GlobalShortcutBackend.h"
 
 #include <QObject>
@@ -10,8 +11,8 @@
 
 namespace qm {
 
-// Registers global shortcuts by stored key code and modifier bits and runs their handlers on
-// the main thread. Ids grow for the life of the process and are never reused.
+// Registers global shortcuts and runs their handlers on the main thread. Ids grow for the life of
+// the process and are never reused.
 class HotkeyManager : public QObject {
     Q_OBJECT
 public:
@@ -19,8 +20,12 @@ public:
 
     // False (and a log line) when the platform refuses the shortcut, e.g. another program
     // holds it; the shortcut then stays inactive.
-    bool registerHotkey(std::uint32_t keyCode, std::uint32_t carbonModifiers,
-                        std::function<void()> handler);
+    bool registerHotkey(const HotkeyCombo& combo, std::function<void()> handler);
+    // Transitional, for the capture workflow until it passes the combo whole.
+    bool registerHotkey(Qt::Key key, Qt::KeyboardModifiers modifiers,
+                        std::function<void()> handler) {
+        return registerHotkey(HotkeyCombo(QKeyCombination(modifiers, key)), std::move(handler));
+    }
     void unregisterAll();
 
     std::uint32_t nextID() const { return m_nextID; }

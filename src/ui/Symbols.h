@@ -3,15 +3,22 @@
 #include <QColor>
 #include <QImage>
 #include <QSizeF>
+#include <QString>
 #include <QStringView>
 
+// Transitional: the program's icons used to be named after another system's symbol set
+// ("doc.on.doc", "xmark", "arrow.up.right" …). Callers outside src/ui still pass those names;
+// these wrappers take them and draw the icon of the matching freedesktop name (ui/Icons.h).
+// They go once every caller names icons the freedesktop way.
 namespace qm {
 
-// Whether the bundled symbol set has a symbol of that name ("doc.on.doc", "xmark" …).
-bool hasSymbol(QStringView name);
+// The freedesktop name of an old symbol name; any other name comes back unchanged, so new
+// names pass through too.
+QString iconNameForSymbol(QStringView name);
+// The old symbol name of an icon name, for checks still written against the old names.
+QString symbolForIconName(QStringView iconName);
 
-// The named symbol drawn in one colour at a size in points, for a screen of the given pixel
-// ratio; a null image for unknown names.
+bool hasSymbol(QStringView name);
 QImage renderSymbol(QStringView name, const QColor& tint, QSizeF size, qreal devicePixelRatio);
 
 } // namespace qm

@@ -28,8 +28,8 @@ public:
     explicit ToastCenter(QObject* parent = nullptr);
     ~ToastCenter() override;
 
-    // symbol: a name from the bundled symbol set ("doc.on.doc", "square.and.arrow.down" …);
-    // an unknown name shows the text alone.
+    // symbol: a freedesktop icon name ("edit-copy", "document-save" …; an old symbol name such
+    // as "doc.on.doc" still works); an unknown name shows the text alone.
     void present(const QString& text, const QString& symbol, Style style = Style::Plain);
     // Fades a toast out and closes it.
     void dismiss(ToastView* window);

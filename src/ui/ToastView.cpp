@@ -1,6 +1,7 @@
 #include "ui/ToastView.h"
 
 #include "ui/FloatingWindow.h"
+#include "ui/Icons.h"
 #include "ui/Symbols.h"
 
 #include <QFontMetricsF>
@@ -20,6 +21,7 @@ constexpr double kPaddingY = 10.0;
 ToastView::ToastView(QString text, QString symbol, QColor tint)
     : text_(std::move(text))
     , symbol_(std::move(symbol))
+    , iconName_(iconNameForSymbol(symbol_))
     , tint_(tint) {
     setObjectName(QStringLiteral("ToastView"));
     setWindowTitle(QStringLiteral("Quillmark Toast"));
@@ -37,7 +39,7 @@ QFont ToastView::textFont() const {
 QSize ToastView::sizeHint() const {
     const QFontMetricsF metrics(textFont());
     double width = metrics.horizontalAdvance(text_) + 2 * kPaddingX;
-    if (hasSymbol(symbol_))
+    if (hasIcon(iconName_))
         width += kSymbolSize + kSymbolGap;
     const double height = std::max(metrics.height(), kSymbolSize) + 2 * kPaddingY;
     return {int(std::ceil(width)), int(std::ceil(height))};
@@ -52,10 +54,10 @@ void ToastView::paintEvent(QPaintEvent*) {
     paintPanelFace(painter, this, height() / 2.0);
 
     double x = kPaddingX;
-    if (hasSymbol(symbol_)) {
-        const QImage symbol =
-            renderSymbol(symbol_, tint_, QSizeF(kSymbolSize, kSymbolSize), devicePixelRatioF());
-        painter.drawImage(QPointF(x, (height() - kSymbolSize) / 2), symbol);
+    if (hasIcon(iconName_)) {
+        const QImage icon =
+            renderIcon(iconName_, tint_, QSizeF(kSymbolSize, kSymbolSize), devicePixelRatioF());
+        painter.drawImage(QPointF(x, (height() - kSymbolSize) / 2), icon);
         x += kSymbolSize + kSymbolGap;
     }
     painter.setFont(textFont());

@@ -6,7 +6,7 @@
 
 namespace qm {
 
-// A toast's pill: a tinted symbol before a line of white text on a dark capsule. It is its
+// A toast's pill: a tinted icon before a line of white text on a dark capsule. It is its
 // own floating window that neither takes focus nor receives clicks.
 class ToastView final : public QWidget {
     Q_OBJECT
@@ -15,6 +15,8 @@ public:
 
     QString text() const { return text_; }
     QString symbol() const { return symbol_; }
+    // The freedesktop name of the icon shown.
+    QString iconName() const { return iconName_; }
     QColor tint() const { return tint_; }
 
     QSize sizeHint() const override;
@@ -28,6 +30,7 @@ private:
 
     QString text_;
     QString symbol_;
+    QString iconName_;
     QColor tint_;
 };
 

@@ -1,10 +1,16 @@
 #include "base/Preferences.h"
 
+#include "TestSupport.h"
+
+#include <QCoreApplication>
 #include <QDir>
+#include <QFile>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
+#include <unistd.h>
 
 using namespace qm;
 
@@ -16,6 +22,14 @@ protected:
     QString path() const { return dir.filePath(QStringLiteral("Quillmark.conf")); }
     // What another program (or the next launch) finds in the file.
     QSettings file() const { return QSettings(path(), QSettings::IniFormat); }
+    // The store writes the file once the event loop turns.
+    static void turn() { QCoreApplication::processEvents(); }
+    // The bytes in the file. (A QSettings on the same file in this process would share the
+    // store's unwritten changes.)
+    QByteArray onDisk() const {
+        QFile f(path());
+        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    }
 };
 
 TEST_F(PreferencesTest, FreshStoreYieldsDefaultsAndWritesThemBack) {
@@ -48,6 +62,7 @@ TEST_F(PreferencesTest, FreshStoreYieldsDefaultsAndWritesThemBack) {
 
     // Loading writes every value back, so the file holds the full set, but the output
     // folder is only stored once the user picks one.
+    turn();
     QSettings f(path(), QSettings::IniFormat);
     EXPECT_EQ(f.value(QStringLiteral("appTheme")).toString(), QStringLiteral("system"));
     EXPECT_EQ(f.value(QStringLiteral("afterCapture.overlay")).toBool(), true);
@@ -108,63 +123,86 @@ TEST_F(PreferencesTest, ThemeStringsOnlyMatchExactly) {
         EXPECT_EQ(prefs.theme(), expected) << raw;
         EXPECT_EQ(applied, expected) << raw;
         // The theme is written back in its canonical spelling.
+        turn();
         EXPECT_EQ(file().value(QStringLiteral("appTheme")).toString(), rawValue(expected));
     }
 }
 
-TEST_F(PreferencesTest, HotkeyTableSubsetsOrderAndGarbage) {
-    // Only "record" stored: the other three keep their defaults.
-    file().setValue(Preferences::hotkeysKey,
-                    QByteArray(R"(["record",{"keyCode":96,"carbonModifiers":2048,)"
-                               R"("keyDisplay":"F5"}])"));
-    {
-        IniSettingsStore store(path());
-        Preferences prefs(store);
-        EXPECT_EQ(prefs.hotkey(HotkeyAction::Record),
-                  (HotkeyCombo{96, CarbonModifier::Option, QStringLiteral("F5")}));
-        EXPECT_EQ(prefs.hotkey(HotkeyAction::Region),
-                  (HotkeyCombo{21, 0x300, QStringLiteral("4")}));
-        EXPECT_EQ(prefs.hotkey(HotkeyAction::Window).keyCode, 28u);
-        EXPECT_EQ(prefs.hotkey(HotkeyAction::Fullscreen).keyCode, 25u);
-    }
-
-    const QByteArray garbage[] = {
-        "not json",
-        R"({"region":{"keyCode":1}})",
-        R"(["region"])",
-        R"(["lasso",{"keyCode":1,"carbonModifiers":256,"keyDisplay":"S"}])",
-        R"(["region",{"keyCode":-1,"carbonModifiers":256,"keyDisplay":"S"}])",
-        R"(["region",{"keyCode":1,"carbonModifiers":256}])",
+TEST_F(PreferencesTest, HandEditedShortcutsAreReadAndUnusableOnesFallBack) {
+    // Written by hand in an editor that saves Windows line ends.
+    auto edit = [&](const QByteArray& lines) {
+        QFile f(path());
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        f.write("[General]\r\n" + QByteArray(lines).replace("\n", "\r\n"));
     };
-    for (const QByteArray& bytes : garbage) {
-        file().setValue(Preferences::hotkeysKey, bytes);
+    edit("hotkeys.region=\" Ctrl+Alt+R \"\n"
+         "hotkeys.window = ctrl+shift+f5\n"
+         "hotkeys.fullscreen=Ctrl+Shift\n"
+         "hotkeys.record=nonsense\n");
+    {
+        test::LogCapture log;
         IniSettingsStore store(path());
         Preferences prefs(store);
-        EXPECT_TRUE(prefs.hotkeys().empty()) << bytes.constData();
-        EXPECT_EQ(prefs.hotkey(HotkeyAction::Region), defaultHotkey(HotkeyAction::Region));
-        // Malformed data is left where it is.
-        EXPECT_EQ(file().value(Preferences::hotkeysKey).toByteArray(), bytes);
+        EXPECT_EQ(prefs.hotkey(HotkeyAction::Region),
+                  HotkeyCombo(Qt::ControlModifier | Qt::AltModifier | Qt::Key_R));
+        EXPECT_EQ(prefs.hotkey(HotkeyAction::Window).portableText(),
+                  QStringLiteral("Ctrl+Shift+F5"));
+        EXPECT_EQ(prefs.hotkey(HotkeyAction::Fullscreen), defaultHotkey(HotkeyAction::Fullscreen));
+        EXPECT_EQ(prefs.hotkey(HotkeyAction::Record), defaultHotkey(HotkeyAction::Record));
+        EXPECT_EQ(prefs.hotkeys().size(), 2u);
+        EXPECT_TRUE(log.contains(QStringLiteral(
+            "Quillmark: the fullscreen shortcut \"Ctrl+Shift\" is not one key with Ctrl, Alt or "
+            "Super; using Ctrl+Shift+9")))
+            << log.lines().join(QLatin1Char('\n')).toStdString();
+        EXPECT_TRUE(log.contains(QStringLiteral("the record shortcut \"nonsense\"")));
     }
+    // An unusable value stays in the file for its owner to fix.
+    EXPECT_EQ(file().value(Preferences::hotkeyKey(HotkeyAction::Record)).toString(),
+              QStringLiteral("nonsense"));
+
+    // Two chords (as a list and as one string), nothing at all, and Shift as the only modifier
+    // all fall back; an unquoted comma key is still one chord.
+    edit("hotkeys.region=Ctrl+A, Ctrl+B\n"
+         "hotkeys.window=\"Ctrl+A, Ctrl+B\"\n"
+         "hotkeys.fullscreen=\n"
+         "hotkeys.record=Shift+4\n");
+    {
+        test::LogCapture log;
+        IniSettingsStore store(path());
+        Preferences prefs(store);
+        EXPECT_TRUE(prefs.hotkeys().empty());
+        for (HotkeyAction a : allHotkeyActions)
+            EXPECT_EQ(prefs.hotkey(a), defaultHotkey(a)) << rawValue(a).toStdString();
+        EXPECT_EQ(log.lines().filter(QStringLiteral("shortcut")).size(), 4)
+            << log.lines().join(QLatin1Char('\n')).toStdString();
+    }
+    edit("hotkeys.record=Ctrl+,\n");
+    IniSettingsStore store(path());
+    Preferences prefs(store);
+    EXPECT_EQ(prefs.hotkey(HotkeyAction::Record), HotkeyCombo(Qt::ControlModifier | Qt::Key_Comma));
 }
 
-TEST_F(PreferencesTest, SetHotkeyStoresOnlyChangedActionsAndNotifies) {
+TEST_F(PreferencesTest, SetHotkeyStoresOneReadableValueAndNotifies) {
     IniSettingsStore store(path());
     Preferences prefs(store);
     QSignalSpy changed(&prefs, &Preferences::quillmarkHotkeysChanged);
-    prefs.setHotkey({96, CarbonModifier::Option, QStringLiteral("F5")}, HotkeyAction::Window);
-    prefs.setHotkey({21, 0x300, QStringLiteral("4")}, HotkeyAction::Region);
+    prefs.setHotkey(HotkeyCombo(Qt::AltModifier | Qt::Key_F5), HotkeyAction::Window);
+    prefs.setHotkey(HotkeyCombo(Qt::MetaModifier | Qt::ShiftModifier | Qt::Key_Space),
+                    HotkeyAction::Region);
     EXPECT_EQ(changed.count(), 2);
+    store.sync();
 
-    const QByteArray stored = file().value(Preferences::hotkeysKey).toByteArray();
-    const auto table = decodeHotkeyTable(stored);
-    ASSERT_TRUE(table);
-    EXPECT_EQ(table->size(), 2u);
-    EXPECT_EQ(table->at(HotkeyAction::Window).keyDisplay, QStringLiteral("F5"));
-    EXPECT_TRUE(stored.startsWith("[\"")); // a flat array of raw value, combo, …
+    EXPECT_EQ(file().value(QStringLiteral("hotkeys.window")).toString(), QStringLiteral("Alt+F5"));
+    EXPECT_EQ(file().value(QStringLiteral("hotkeys.region")).toString(),
+              QStringLiteral("Meta+Shift+Space"));
+    EXPECT_FALSE(file().contains(QStringLiteral("hotkeys.fullscreen")));
 
     IniSettingsStore again(path());
     Preferences reloaded(again);
-    EXPECT_EQ(reloaded.hotkey(HotkeyAction::Window).carbonModifiers, CarbonModifier::Option);
+    EXPECT_EQ(reloaded.hotkey(HotkeyAction::Window), HotkeyCombo(Qt::AltModifier | Qt::Key_F5));
+    EXPECT_EQ(reloaded.hotkey(HotkeyAction::Region),
+              HotkeyCombo(Qt::MetaModifier | Qt::ShiftModifier | Qt::Key_Space));
+    EXPECT_EQ(reloaded.hotkey(HotkeyAction::Record), defaultHotkey(HotkeyAction::Record));
 }
 
 TEST_F(PreferencesTest, OutputFolderIsStoredAsPathAndRecreated) {
@@ -187,6 +225,7 @@ TEST_F(PreferencesTest, OutputFolderIsStoredAsPathAndRecreated) {
 
     // Reset to default stores the default path explicitly.
     prefs.setOutputDirectory(Preferences::defaultDirectory());
+    turn();
     EXPECT_EQ(file().value(Preferences::outputKey).toString(), Preferences::defaultDirectory());
 }
 
@@ -208,15 +247,86 @@ TEST_F(PreferencesTest, LastUpdateCheckRules) {
     ASSERT_TRUE(prefs.lastUpdateCheck());
     EXPECT_EQ(prefs.lastUpdateCheck()->toSecsSinceEpoch(), 1'800'000'000);
     prefs.setLastUpdateCheck(std::nullopt);
+    turn();
     EXPECT_FALSE(file().contains(QStringLiteral("updates.lastCheck")));
 }
 
-TEST(HotkeyComboTest, ModifierSymbolsKeepTheirOrder) {
-    const HotkeyCombo all{0, 0x1000 | 0x800 | 0x200 | 0x100, QStringLiteral("4")};
-    EXPECT_EQ(all.modifierSymbols(), (QStringList{QStringLiteral("⌃"), QStringLiteral("⌥"),
-                                                  QStringLiteral("⇧"), QStringLiteral("⌘")}));
-    EXPECT_EQ(defaultHotkey(HotkeyAction::Region).modifierSymbols(),
-              (QStringList{QStringLiteral("⇧"), QStringLiteral("⌘")}));
+// Counts the times the settings file is put in place: QSettings writes a new file and links
+// or renames it over the old one.
+class FileWrites {
+public:
+    FileWrites(const QString& dir, QString name)
+        : m_name(std::move(name))
+        , m_fd(inotify_init1(IN_NONBLOCK)) {
+        inotify_add_watch(m_fd, QFile::encodeName(dir).constData(), IN_CREATE | IN_MOVED_TO);
+    }
+    ~FileWrites() { close(m_fd); }
+    int count() {
+        alignas(inotify_event) char buffer[4096];
+        for (ssize_t n; (n = read(m_fd, buffer, sizeof buffer)) > 0;)
+            for (char* p = buffer; p < buffer + n;) {
+                const auto* e = reinterpret_cast<const inotify_event*>(p);
+                if (e->len && QFile::decodeName(e->name) == m_name)
+                    ++m_count;
+                p += sizeof(inotify_event) + e->len;
+            }
+        return m_count;
+    }
+
+private:
+    QString m_name;
+    int m_fd;
+    int m_count = 0;
+};
+
+TEST_F(PreferencesTest, ABurstOfWritesIsOneWriteOfTheFileAndNothingIsLostAtTheEnd) {
+    FileWrites writes(dir.path(), QStringLiteral("Quillmark.conf"));
+    {
+        IniSettingsStore store(path());
+        Preferences prefs(store); // writes every setting back
+        prefs.setGifFPS(15);
+        prefs.setTheme(AppTheme::Dark);
+        EXPECT_EQ(prefs.gifFPS(), 15.0);
+        EXPECT_EQ(store.doubleValue(QStringLiteral("gif.fps")), 15.0) << "reads see the write";
+        EXPECT_EQ(writes.count(), 0);
+        EXPECT_FALSE(onDisk().contains("gif.fps"));
+
+        turn();
+        EXPECT_EQ(writes.count(), 1);
+        EXPECT_EQ(store.writeCount(), 1);
+        EXPECT_TRUE(onDisk().contains("gif.fps=15"));
+        EXPECT_TRUE(onDisk().contains("appTheme=dark"));
+
+        turn(); // nothing new, nothing written
+        EXPECT_EQ(writes.count(), 1);
+
+        // A change just before the store goes away is not left behind.
+        prefs.setRetentionDays(90);
+    }
+    EXPECT_EQ(writes.count(), 2);
+    EXPECT_TRUE(onDisk().contains("library.retentionDays=90"));
+}
+
+TEST_F(PreferencesTest, QuittingWritesPendingChanges) {
+    IniSettingsStore store(path());
+    store.setValue(QStringLiteral("afterCapture.editor"), true);
+    EXPECT_FALSE(onDisk().contains("afterCapture.editor"));
+    // What QCoreApplication::quit() announces before the event loop stops.
+    QMetaObject::invokeMethod(QCoreApplication::instance(), "aboutToQuit", Qt::DirectConnection);
+    EXPECT_TRUE(onDisk().contains("afterCapture.editor=true"));
+}
+
+TEST(HotkeyComboTest, DefaultsAndKeyCaps) {
+    QStringList shown;
+    for (HotkeyAction a : allHotkeyActions)
+        shown << defaultHotkey(a).nativeText();
+    EXPECT_EQ(shown, (QStringList{QStringLiteral("Ctrl+Shift+4"), QStringLiteral("Ctrl+Shift+8"),
+                                  QStringLiteral("Ctrl+Shift+9"), QStringLiteral("Ctrl+Shift+6")}));
+    EXPECT_EQ(defaultHotkey(HotkeyAction::Region).keyCaps(),
+              (QStringList{QStringLiteral("Ctrl"), QStringLiteral("Shift"), QStringLiteral("4")}));
+    // The recorder's modifiers come with keypad and other state bits; the combo keeps the four.
+    const HotkeyCombo fromKeypad(Qt::ControlModifier | Qt::KeypadModifier | Qt::Key_5);
+    EXPECT_EQ(fromKeypad.portableText(), QStringLiteral("Ctrl+5"));
 }
 
 } // namespace

@@ -1,5 +1,4 @@
 #include "TestSupport.h"
-#include "base/KeyCodes.h"
 #include "base/Preferences.h"
 #include "platform/shortcuts/x11/X11GlobalShortcuts.h"
 #include "shortcuts/ComboRecorder.h"
@@ -26,8 +25,7 @@ protected:
 
     void registerDefaults() {
         for (HotkeyAction a : allHotkeyActions) {
-            const HotkeyCombo c = defaultHotkey(a);
-            manager.registerHotkey(c.keyCode, c.carbonModifiers, [this, a] { fired.push_back(a); });
+            manager.registerHotkey(defaultHotkey(a), [this, a] { fired.push_back(a); });
         }
     }
     bool waitFired(size_t count) {
@@ -90,6 +88,21 @@ TEST_F(HotkeysTest, AShortcutHeldByAnotherProgramIsLoggedAndTheOthersStillWork) 
     EXPECT_EQ(fired.back(), HotkeyAction::Window);
 }
 
+TEST_F(HotkeysTest, TwoActionsOnTheSameShortcutAreReportedAndOnlyTheFirstRuns) {
+    ASSERT_TRUE(backend);
+    test::LogCapture log;
+    const HotkeyCombo same = defaultHotkey(HotkeyAction::Window);
+    EXPECT_TRUE(manager.registerHotkey(same, [this] { fired.push_back(HotkeyAction::Window); }));
+    EXPECT_FALSE(manager.registerHotkey(same, [this] { fired.push_back(HotkeyAction::Record); }));
+    EXPECT_TRUE(log.contains(QStringLiteral("Quillmark: failed to register hotkey id=2 status=10")))
+        << log.lines().join(QLatin1Char('\n')).toStdString();
+
+    press(QStringLiteral("ctrl+shift+8"));
+    ASSERT_TRUE(waitFired(1));
+    QTest::qWait(200);
+    EXPECT_EQ(fired, std::vector<HotkeyAction>{HotkeyAction::Window});
+}
+
 class ComboRecorderTest : public HotkeysTest {
 protected:
     QTemporaryDir dir;
@@ -121,16 +134,21 @@ TEST_F(ComboRecorderTest, RecordsAComboAndIgnoresKeysThatCannotBeShortcuts) {
 
     QTest::keyClick(&window, Qt::Key_F5, Qt::AltModifier);
     EXPECT_FALSE(recorder.recordingAction());
-    EXPECT_EQ(prefs.hotkey(HotkeyAction::Window),
-              (HotkeyCombo{96, CarbonModifier::Option, QStringLiteral("F5")}));
+    EXPECT_EQ(prefs.hotkey(HotkeyAction::Window), HotkeyCombo(Qt::AltModifier | Qt::Key_F5));
     EXPECT_GE(notifications, 1);
 
     // A shifted digit is stored as the digit's key.
     recorder.begin(HotkeyAction::Record);
     QTest::keyClick(&window, Qt::Key_Dollar, Qt::ControlModifier | Qt::ShiftModifier);
-    EXPECT_EQ(prefs.hotkey(HotkeyAction::Record), (HotkeyCombo{21, 0x300, QStringLiteral("4")}));
-    EXPECT_EQ(keys::shortcutText(prefs.hotkey(HotkeyAction::Record)),
-              QStringLiteral("Ctrl+Shift+4"));
+    EXPECT_EQ(prefs.hotkey(HotkeyAction::Record).nativeText(), QStringLiteral("Ctrl+Shift+4"));
+
+    // A modifier pressed alone is no key of its own.
+    recorder.begin(HotkeyAction::Region);
+    QTest::keyClick(&window, Qt::Key_Shift, Qt::ControlModifier | Qt::ShiftModifier);
+    QTest::keyClick(&window, Qt::Key_Control, Qt::ControlModifier);
+    EXPECT_EQ(recorder.recordingAction(), HotkeyAction::Region);
+    QTest::keyClick(&window, Qt::Key_Space, Qt::MetaModifier);
+    EXPECT_EQ(prefs.hotkey(HotkeyAction::Region), HotkeyCombo(Qt::MetaModifier | Qt::Key_Space));
 }
 
 TEST_F(ComboRecorderTest, EscapeCancelsWithoutChangeAndAsksForReRegistration) {
@@ -147,18 +165,28 @@ TEST_F(ComboRecorderTest, EscapeCancelsWithoutChangeAndAsksForReRegistration) {
     EXPECT_TRUE(prefs.hotkeys().empty());
 }
 
-TEST(KeyCodes, LabelsAndDesktopText) {
-    EXPECT_EQ(keys::keyDisplay(49), QStringLiteral("Space"));
-    EXPECT_EQ(keys::keyDisplay(36), QStringLiteral("↩"));
-    EXPECT_EQ(keys::keyDisplay(111), QStringLiteral("F12"));
-    EXPECT_EQ(keys::keyDisplay(0), QStringLiteral("A"));
-    EXPECT_EQ(keys::keyDisplay(105), QStringLiteral("F13"));
-    EXPECT_FALSE(keys::keyDisplay(53)); // Escape never makes a shortcut label
-    EXPECT_EQ(keys::shortcutText(
-                  {96, CarbonModifier::Option | CarbonModifier::Control, QStringLiteral("F5")}),
-              QStringLiteral("Meta+Alt+F5"));
-    for (HotkeyAction a : allHotkeyActions)
-        EXPECT_TRUE(keys::shortcutText(defaultHotkey(a)).startsWith(QStringLiteral("Ctrl+Shift+")));
+TEST_F(HotkeysTest, NamedKeysLettersAndPunctuationAreGrabbedAsTheyAreNamed) {
+    ASSERT_TRUE(backend);
+    const std::pair<const char*, const char*> combos[] = {
+        {"Shift+Alt+F5", "shift+alt+F5"},       {"Ctrl+Alt+Space", "ctrl+alt+space"},
+        {"Ctrl+Alt+Return", "ctrl+alt+Return"}, {"Ctrl+Shift+Left", "ctrl+shift+Left"},
+        {"Ctrl+Alt+R", "ctrl+alt+r"},           {"Ctrl+Alt+/", "ctrl+alt+slash"},
+        {"Alt+Shift+Home", "alt+shift+Home"},   {"Ctrl+Meta+P", "ctrl+super+p"}};
+    std::vector<QString> pressed;
+    for (const auto& [stored, xdotool] : combos) {
+        const auto combo = HotkeyCombo::fromText(QString::fromLatin1(stored));
+        ASSERT_TRUE(combo) << stored;
+        EXPECT_TRUE(manager.registerHotkey(*combo, [&pressed, name = QString::fromLatin1(stored)] {
+            pressed.push_back(name);
+        })) << stored;
+    }
+    for (const auto& [stored, xdotool] : combos) {
+        press(QString::fromLatin1(xdotool));
+        ASSERT_TRUE(test::waitUntil([&] { return !pressed.empty(); }, std::chrono::seconds(5)))
+            << stored;
+        EXPECT_EQ(pressed, std::vector<QString>{QString::fromLatin1(stored)});
+        pressed.clear();
+    }
 }
 
 } // namespace

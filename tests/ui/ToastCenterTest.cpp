@@ -60,7 +60,7 @@ protected:
 };
 
 TEST_F(ToastCenterTest, SitsCentredAboveTheBottomOfTheScreenUnderThePointer) {
-    toasts.present(QStringLiteral("Copied"), QStringLiteral("doc.on.doc"),
+    toasts.present(QStringLiteral("Copied"), QStringLiteral("edit-copy"),
                    ToastCenter::Style::Plain);
     QPointer<ToastView> toast = toasts.window();
     ASSERT_TRUE(waitUntil([&] { return showing(toast); }));
@@ -74,13 +74,13 @@ TEST_F(ToastCenterTest, SitsCentredAboveTheBottomOfTheScreenUnderThePointer) {
 }
 
 TEST_F(ToastCenterTest, NewToastReplacesTheCurrentOneAtOnceAndKeepsItsOwnTime) {
-    toasts.present(QStringLiteral("Copied"), QStringLiteral("doc.on.doc"),
+    toasts.present(QStringLiteral("Copied"), QStringLiteral("edit-copy"),
                    ToastCenter::Style::Plain);
     QPointer<ToastView> first = toasts.window();
     ASSERT_TRUE(waitUntil([&] { return showing(first); }));
     QTest::qWait(1000);
 
-    toasts.present(QStringLiteral("Saved to Quillmark"), QStringLiteral("square.and.arrow.down"),
+    toasts.present(QStringLiteral("Saved to Quillmark"), QStringLiteral("document-save"),
                    ToastCenter::Style::Accent);
     // Gone before the event loop ran once: no fade for a replaced toast.
     EXPECT_TRUE(!first || !first->isVisible());
@@ -122,7 +122,7 @@ TEST_F(ToastCenterTest, NeverTakesFocusNorClicks) {
                focused.toLatin1();
     }));
 
-    toasts.present(QStringLiteral("Moved to Trash"), QStringLiteral("trash"),
+    toasts.present(QStringLiteral("Moved to Trash"), QStringLiteral("user-trash"),
                    ToastCenter::Style::Error);
     QPointer<ToastView> toast = toasts.window();
     ASSERT_TRUE(waitUntil([&] { return showing(toast); }));
@@ -144,7 +144,7 @@ TEST_F(ToastCenterTest, NeverTakesFocusNorClicks) {
 }
 
 TEST_F(ToastCenterTest, DismissFadesTheToastOut) {
-    toasts.present(QStringLiteral("Reply copied"), QStringLiteral("no.such.symbol"),
+    toasts.present(QStringLiteral("Reply copied"), QStringLiteral("no-such-icon"),
                    ToastCenter::Style::Plain);
     QPointer<ToastView> toast = toasts.window();
     ASSERT_TRUE(waitUntil([&] { return showing(toast); }));

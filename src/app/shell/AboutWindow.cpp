@@ -1,5 +1,7 @@
 #include "app/shell/AboutWindow.h"
 
+#include "base/AppId.h"
+
 #include <QApplication>
 #include <QIcon>
 #include <QLabel>
@@ -18,7 +20,9 @@ AboutWindow::AboutWindow(QWidget* parent)
     layout->setSpacing(8);
 
     auto* icon = new QLabel(this);
-    icon->setPixmap(QIcon(QStringLiteral(":/quillmark/icons/quillmark.svg")).pixmap(72, 72));
+    const QIcon appIcon =
+        QIcon::fromTheme(applicationId, QIcon(QStringLiteral(":/quillmark/icons/quillmark.svg")));
+    icon->setPixmap(appIcon.pixmap(72, 72));
     icon->setAlignment(Qt::AlignHCenter);
     layout->addWidget(icon);
 

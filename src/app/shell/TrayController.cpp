@@ -3,11 +3,12 @@
 #include "app/RecentCaptures.h"
 #include "app/shell/AboutWindow.h"
 #include "app/workflow/AppModel.h"
-#include "base/KeyCodes.h"
+#include "base/AppId.h"
+#include "base/Hotkeys.h"
 #include "base/Log.h"
 #include "base/Preferences.h"
 #include "platform/desktop/Reveal.h"
-#include "ui/Symbols.h"
+#include "ui/Icons.h"
 
 #include <QApplication>
 #include <QFileInfo>
@@ -21,13 +22,11 @@
 namespace qm {
 
 namespace {
-QIcon symbolIcon(const QString& name) {
-    if (!hasSymbol(name))
-        return {};
-    const QColor tint = QApplication::palette().color(QPalette::WindowText);
-    const qreal ratio = qApp->devicePixelRatio();
-    QImage image = renderSymbol(name, tint, QSizeF(16, 16), ratio);
-    return QIcon(QPixmap::fromImage(std::move(image)));
+
+// The program's own icon as the desktop installed it, else the one built in.
+QIcon appIcon() {
+    return QIcon::fromTheme(applicationId,
+                            QIcon(QStringLiteral(":/quillmark/icons/quillmark.svg")));
 }
 
 // A 48-pixel thumbnail, decoded at reduced size where the format allows.
@@ -54,7 +53,7 @@ TrayController::TrayController(AppModel& model, Preferences& preferences,
     rebuildMenu();
     refreshThumbnails();
 
-    m_icon = new QSystemTrayIcon(QIcon(QStringLiteral(":/quillmark/icons/quillmark.svg")), this);
+    m_icon = new QSystemTrayIcon(appIcon(), this);
     m_icon->setToolTip(QStringLiteral("Quillmark"));
     m_icon->setContextMenu(m_menu.get());
     // A left click opens the same menu, as users expect of a tray utility.
@@ -78,24 +77,25 @@ bool TrayController::isVisible() const {
 void TrayController::rebuildMenu() {
     QMenu* menu = m_menu.get();
     menu->clear();
-    auto addCapture = [&](const QString& title, const QString& symbol, CaptureKind kind,
+    auto addCapture = [&](const QString& title, const QString& icon, CaptureKind kind,
                           HotkeyAction action) {
-        QAction* item = menu->addAction(symbolIcon(symbol), title, this,
-                                        [this, kind] { m_model.perform(kind); });
+        QAction* item =
+            menu->addAction(themedIcon(icon), title, this, [this, kind] { m_model.perform(kind); });
         // A hint of the global shortcut; the global grab is what makes it work elsewhere.
-        item->setShortcut(keys::keySequence(m_preferences.hotkey(action)));
+        item->setShortcut(m_preferences.hotkey(action).sequence());
         item->setShortcutContext(Qt::WidgetShortcut);
         item->setShortcutVisibleInContextMenu(true);
     };
-    addCapture(QStringLiteral("Capture Area"), QStringLiteral("rectangle.dashed"),
+    addCapture(QStringLiteral("Capture Area"), QStringLiteral("select-rectangular"),
                CaptureKind::Region, HotkeyAction::Region);
-    addCapture(QStringLiteral("Capture Window"), QStringLiteral("macwindow"), CaptureKind::Window,
+    addCapture(QStringLiteral("Capture Window"), QStringLiteral("window"), CaptureKind::Window,
                HotkeyAction::Window);
-    addCapture(QStringLiteral("Capture Fullscreen"), QStringLiteral("rectangle.inset.filled"),
+    addCapture(QStringLiteral("Capture Fullscreen"), QStringLiteral("view-fullscreen"),
                CaptureKind::Fullscreen, HotkeyAction::Fullscreen);
     menu->addSeparator();
 
-    QMenu* timer = menu->addMenu(symbolIcon(QStringLiteral("timer")), QStringLiteral("Self-Timer"));
+    QMenu* timer =
+        menu->addMenu(themedIcon(QStringLiteral("chronometer")), QStringLiteral("Self-Timer"));
     const std::tuple<const char*, CaptureKind, int> delayed[] = {
         {"Capture Area in 3 Seconds", CaptureKind::Region, 3},
         {"Capture Area in 10 Seconds", CaptureKind::Region, 10},
@@ -108,7 +108,7 @@ void TrayController::rebuildMenu() {
 
     const QStringList recent = recentCaptures(m_preferences.outputDirectory());
     if (!recent.isEmpty()) {
-        QMenu* sub = menu->addMenu(symbolIcon(QStringLiteral("clock.arrow.circlepath")),
+        QMenu* sub = menu->addMenu(themedIcon(QStringLiteral("document-open-recent")),
                                    QStringLiteral("Recent Captures"));
         for (const QString& path : recent)
             sub->addAction(m_thumbnails.value(path), QFileInfo(path).completeBaseName(), this,
@@ -117,7 +117,7 @@ void TrayController::rebuildMenu() {
     menu->addSeparator();
 
     if (const auto last = m_model.lastSavedURL()) {
-        menu->addAction(symbolIcon(QStringLiteral("folder")), QStringLiteral("Show Last in Folder"),
+        menu->addAction(themedIcon(QStringLiteral("folder")), QStringLiteral("Show Last in Folder"),
                         this, [path = *last] { revealInFolder(path); });
         menu->addSeparator();
     }
@@ -126,11 +126,11 @@ void TrayController::rebuildMenu() {
         status->setEnabled(false);
         menu->addSeparator();
     }
-    menu->addAction(symbolIcon(QStringLiteral("info.circle")), QStringLiteral("About Quillmark"),
+    menu->addAction(themedIcon(QStringLiteral("help-about")), QStringLiteral("About Quillmark"),
                     this, [this] { showAbout(); });
     QAction* quit =
-        menu->addAction(symbolIcon(QStringLiteral("power")), QStringLiteral("Quit Quillmark"), qApp,
-                        &QCoreApplication::quit);
+        menu->addAction(themedIcon(QStringLiteral("application-exit")),
+                        QStringLiteral("Quit Quillmark"), qApp, &QCoreApplication::quit);
     quit->setShortcut(QKeySequence(QStringLiteral("Ctrl+Q")));
     quit->setShortcutVisibleInContextMenu(true);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QKeyCombination>
 #include <QObject>
 #include <QString>
 #include <cstdint>
@@ -15,7 +16,11 @@ public:
     using QObject::QObject;
 
     // 0 when the grab holds; otherwise the platform's status (an X error code, say).
-    virtual int grab(std::uint32_t id, std::uint32_t keysym, Qt::KeyboardModifiers modifiers) = 0;
+    virtual int grab(std::uint32_t id, QKeyCombination keys) = 0;
+    // The key as Qt names it (a Latin-1 key is its character: '4', Qt::Key_F5).
+    int grab(std::uint32_t id, int key, Qt::KeyboardModifiers modifiers) {
+        return grab(id, QKeyCombination(modifiers, Qt::Key(key)));
+    }
     virtual void release(std::uint32_t id) = 0;
     // Why there are no global shortcuts, in one sentence; empty when they work.
     virtual QString unavailableReason() const { return {}; }
@@ -31,7 +36,8 @@ public:
     explicit NullGlobalShortcuts(QString reason, QObject* parent = nullptr)
         : GlobalShortcutBackend(parent)
         , m_reason(std::move(reason)) {}
-    int grab(std::uint32_t, std::uint32_t, Qt::KeyboardModifiers) override { return -1; }
+    using GlobalShortcutBackend::grab;
+    int grab(std::uint32_t, QKeyCombination) override { return -1; }
     void release(std::uint32_t) override {}
     QString unavailableReason() const override { return m_reason; }
 

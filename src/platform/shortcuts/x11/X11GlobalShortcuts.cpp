@@ -2,6 +2,7 @@
 
 #include <QSocketNotifier>
 #include <QTimer>
+#include <algorithm>
 #include <cstdlib>
 #include <xcb/xcb.h>
 #include <xcb/xcb_keysyms.h>
@@ -17,6 +18,58 @@ struct FreeDeleter {
     void operator()(void* p) const { std::free(p); }
 };
 template <typename T> using XcbPtr = std::unique_ptr<T, FreeDeleter>;
+
+// The X keysym of a Qt key, or 0 when it has none here. Latin-1 keys are their own keysym
+// (letters in lower case, the unshifted symbol); the others are the few named keys a
+// shortcut may use.
+std::uint32_t keysymFor(Qt::Key key) {
+    if (key >= Qt::Key_A && key <= Qt::Key_Z)
+        return std::uint32_t(key - Qt::Key_A + 'a');
+    if (key >= Qt::Key_Space && key <= Qt::Key_ydiaeresis)
+        return std::uint32_t(key);
+    if (key >= Qt::Key_F1 && key <= Qt::Key_F35)
+        return 0xffbe + std::uint32_t(key - Qt::Key_F1); // XK_F1 …
+    switch (key) {
+    case Qt::Key_Escape:
+        return 0xff1b;
+    case Qt::Key_Tab:
+        return 0xff09;
+    case Qt::Key_Backspace:
+        return 0xff08;
+    case Qt::Key_Return:
+        return 0xff0d;
+    case Qt::Key_Enter:
+        return 0xff8d; // KP_Enter
+    case Qt::Key_Insert:
+        return 0xff63;
+    case Qt::Key_Delete:
+        return 0xffff;
+    case Qt::Key_Pause:
+        return 0xff13;
+    case Qt::Key_Print:
+        return 0xff61;
+    case Qt::Key_Home:
+        return 0xff50;
+    case Qt::Key_Left:
+        return 0xff51;
+    case Qt::Key_Up:
+        return 0xff52;
+    case Qt::Key_Right:
+        return 0xff53;
+    case Qt::Key_Down:
+        return 0xff54;
+    case Qt::Key_PageUp:
+        return 0xff55;
+    case Qt::Key_PageDown:
+        return 0xff56;
+    case Qt::Key_End:
+        return 0xff57;
+    case Qt::Key_Menu:
+        return 0xff67;
+    default:
+        return 0;
+    }
+}
 
 std::uint16_t xModifiers(Qt::KeyboardModifiers m) {
     std::uint16_t x = 0;
@@ -76,16 +129,26 @@ X11GlobalShortcuts::~X11GlobalShortcuts() {
     xcb_flush(m_connection->xcb);
 }
 
-int X11GlobalShortcuts::grab(std::uint32_t id, std::uint32_t keysym,
-                             Qt::KeyboardModifiers modifiers) {
+int X11GlobalShortcuts::grab(std::uint32_t id, QKeyCombination keys) {
     release(id);
+    const std::uint32_t keysym = keysymFor(keys.key());
+    if (!keysym)
+        return XCB_VALUE; // not a key a shortcut can name
     xcb_connection_t* xcb = m_connection->xcb;
     XcbPtr<xcb_keycode_t> codes(xcb_key_symbols_get_keycode(m_connection->symbols, keysym));
-    Grab g{{}, xModifiers(modifiers)};
+    Grab g{{}, xModifiers(keys.keyboardModifiers())};
     for (xcb_keycode_t* k = codes.get(); k && *k != XCB_NO_SYMBOL; ++k)
         g.keycodes.push_back(*k);
     if (g.keycodes.empty())
         return XCB_VALUE; // no key on this keyboard makes that symbol
+    // X lets a client grab the same key twice; refuse it as X refuses another client's, so a
+    // second action given the same shortcut is reported instead of firing along.
+    for (const auto& [other, held] : m_grabs)
+        if (held.modifiers == g.modifiers)
+            for (std::uint8_t code : g.keycodes)
+                if (std::find(held.keycodes.begin(), held.keycodes.end(), code) !=
+                    held.keycodes.end())
+                    return XCB_ACCESS;
 
     std::vector<xcb_void_cookie_t> cookies;
     for (std::uint8_t code : g.keycodes)

@@ -17,7 +17,8 @@ public:
     static std::unique_ptr<X11GlobalShortcuts> connect(QObject* parent = nullptr);
     ~X11GlobalShortcuts() override;
 
-    int grab(std::uint32_t id, std::uint32_t keysym, Qt::KeyboardModifiers modifiers) override;
+    using GlobalShortcutBackend::grab;
+    int grab(std::uint32_t id, QKeyCombination keys) override;
     void release(std::uint32_t id) override;
 
 private:
