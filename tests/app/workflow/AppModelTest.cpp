@@ -1,7 +1,7 @@
 #include "app/workflow/AppModel.h"
 
 #include "TestSupport.h"
-#include "X11TestDesktop.h"
+#include "FakeCaptureBackend.h"
 #include "app/BackendChoice.h"
 #include "app/shell/TrayController.h"
 #include "base/ImageExport.h"
@@ -23,6 +23,8 @@
 
 #include <QAbstractButton>
 #include <QClipboard>
+#include <QDir>
+#include <QSet>
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QMenu>
@@ -48,10 +50,9 @@ protected:
     QTemporaryDir dir;
     IniSettingsStore store{dir.filePath(QStringLiteral("Quillmark.conf"))};
     Preferences prefs{store};
-    std::unique_ptr<platform::ScreenCaptureBackend> backend =
-        platform::createScreenCaptureBackend();
-    ShareableContentCache cache{*backend};
-    ScreenCaptureManager capture{*backend, cache};
+    test::FakeCaptureBackend backend;
+    ShareableContentCache cache{backend};
+    ScreenCaptureManager capture{backend, cache};
     std::unique_ptr<GlobalShortcutBackend> shortcuts = createGlobalShortcutBackend();
     HotkeyManager hotkeys{*shortcuts};
     HeardSounds sounds;
@@ -71,6 +72,14 @@ protected:
     bool waitForStatus() {
         return test::waitUntil([&] { return !model->lastStatus().isEmpty(); });
     }
+    static QByteArray contents(const QString& path) {
+        QFile file(path);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+    static QByteArray clipboardPng() {
+        const QMimeData* data = QGuiApplication::clipboard()->mimeData();
+        return data ? data->data(QStringLiteral("image/png")) : QByteArray();
+    }
 };
 
 TEST_F(AppModelTest, ACaptureIsCopiedAnnouncedAndSaved) {
@@ -89,7 +98,26 @@ TEST_F(AppModelTest, ACaptureIsCopiedAnnouncedAndSaved) {
     EXPECT_EQ(revisions.count(), 1);
     EXPECT_EQ(sounds.heard, std::vector<SystemSound>{SystemSound::Capture});
     EXPECT_EQ(toastText(), QStringLiteral("Saved to Shots"));
-    EXPECT_TRUE(QGuiApplication::clipboard()->mimeData()->hasFormat(QStringLiteral("image/png")));
+    // One grab of the screen, encoded once: the clipboard holds the very bytes of the file.
+    EXPECT_EQ(backend.count(QStringLiteral("grabDisplay")), 1);
+    EXPECT_TRUE(backend.calls.contains(QStringLiteral("grabDisplay 0,0 1280x800")));
+    EXPECT_EQ(clipboardPng(), contents(*model->lastSavedURL()));
+    EXPECT_EQ(QImage(*model->lastSavedURL()).pixel(300, 200), test::FakeCaptureBackend::pixelAt(300, 200));
+}
+
+TEST_F(AppModelTest, CapturesInQuickSuccessionEachGetTheirOwnFile) {
+    QStringList paths;
+    QObject::connect(model.get(), &AppModel::lastSavedURLChanged, model.get(),
+            [&] { paths << *model->lastSavedURL(); });
+    for (int i = 0; i < 3; ++i) {
+        model->perform(CaptureKind::Fullscreen);
+        ASSERT_TRUE(test::waitUntil([&] { return !model->isCapturing(); }));
+    }
+    ASSERT_TRUE(test::waitUntil([&] { return paths.size() == 3; }));
+    EXPECT_EQ(QSet<QString>(paths.begin(), paths.end()).size(), 3);
+    EXPECT_EQ(QDir(prefs.outputDirectory()).entryList(QDir::Files).size(), 3);
+    for (const QString& path : paths)
+        EXPECT_EQ(QImage(path).size(), QSize(1280, 800)) << path.toStdString();
 }
 
 TEST_F(AppModelTest, WithTheEditorOnTheEditedImageIsWhatGetsSaved) {
@@ -130,6 +158,18 @@ TEST_F(AppModelTest, EditingASavedCaptureWritesItBack) {
     EXPECT_GT(QImage(*path).width(), 200);
     EXPECT_EQ(toastText(), QStringLiteral("Saved"));
     EXPECT_EQ(sounds.heard, std::vector<SystemSound>{SystemSound::Capture});
+}
+
+TEST_F(AppModelTest, WithCardsTheClipboardTheCardAndTheFileShareOneEncoding) {
+    prefs.setShowQuickAccessOverlay(true);
+    model->configure();
+    model->perform(CaptureKind::Fullscreen);
+    ASSERT_TRUE(test::waitUntil([&] { return model->libraryRevision() == 1; }));
+    ASSERT_EQ(cards.items().size(), 1u);
+    const QByteArray file = contents(*model->lastSavedURL());
+    EXPECT_FALSE(file.isEmpty());
+    EXPECT_EQ(cards.items().front()->png, file);
+    EXPECT_EQ(clipboardPng(), file);
 }
 
 TEST_F(AppModelTest, WithCardsOnACaptureBecomesACardThatSavesItself) {
@@ -174,7 +214,7 @@ TEST_F(AppModelTest, WithCardsOnACaptureBecomesACardThatSavesItself) {
               QImage(*model->lastSavedURL()).convertToFormat(QImage::Format_RGB32));
 }
 
-TEST_F(AppModelTest, AFailedSaveStillReportsTheCaptureAsCopied) {
+TEST_F(AppModelTest, AFailedSaveStillReportsTheCaptureAsCopiedAndSaysWhyItWasNotSaved) {
     prefs.setCopyToClipboardAfterCapture(false);
     prefs.setPlayCaptureSound(false);
     // A file where the folder should be: the disk refuses the save.
@@ -186,7 +226,8 @@ TEST_F(AppModelTest, AFailedSaveStillReportsTheCaptureAsCopied) {
     model->perform(CaptureKind::Fullscreen);
     ASSERT_TRUE(waitForStatus());
     EXPECT_EQ(model->lastStatus(), QStringLiteral("Full screen captured (copied to clipboard)"));
-    EXPECT_EQ(toastText(), QStringLiteral("Copied"));
+    EXPECT_EQ(toastText(),
+              QStringLiteral("Could not save: a file is in the way of the folder “blocker”"));
     EXPECT_TRUE(log.contains(QStringLiteral("Quillmark save error: ")));
     EXPECT_FALSE(model->lastSavedURL());
     EXPECT_EQ(model->libraryRevision(), 0);
@@ -198,6 +239,7 @@ TEST_F(AppModelTest, AFailingGrabIsReportedWithItsReason) {
     ShareableContentCache nullCache{refusing};
     ScreenCaptureManager nullCapture{refusing, nullCache};
     AppModel failing({prefs, nullCapture, nullCache, hotkeys, sounds, toasts, cards});
+    backend.calls.clear();
 
     test::LogCapture log;
     failing.perform(CaptureKind::Region);
@@ -207,6 +249,7 @@ TEST_F(AppModelTest, AFailingGrabIsReportedWithItsReason) {
     EXPECT_TRUE(
         log.contains(QStringLiteral("Quillmark capture error: Screen capture is switched off.")));
     EXPECT_FALSE(failing.isCapturing());
+    EXPECT_TRUE(backend.calls.isEmpty());
 }
 
 TEST_F(AppModelTest, OneSelectionAtATimeAndCancelling) {
@@ -219,6 +262,8 @@ TEST_F(AppModelTest, OneSelectionAtATimeAndCancelling) {
     EXPECT_EQ(model->overlay().view(), first);
     EXPECT_FALSE(model->countdown().isRunning());
 
+    // One frozen screen for the one selection.
+    EXPECT_EQ(backend.count(QStringLiteral("grabDisplay")), 1);
     model->overlay().cancel();
     ASSERT_TRUE(test::waitUntil([&] { return model->lastStatus() == QLatin1String("Cancelled"); }));
     EXPECT_FALSE(model->isCapturing());
