@@ -33,6 +33,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 using namespace qm;
 
@@ -43,6 +44,37 @@ class HeardSounds : public SoundPlayer {
 public:
     void play(SystemSound sound) override { heard.push_back(sound); }
     std::vector<SystemSound> heard;
+};
+
+// A small file system of its own (we run as root here and in CI); not mounted when refused.
+class ScratchMount {
+public:
+    explicit ScratchMount(const QString& options) {
+        m_mounted = test::run(QStringLiteral("mount"),
+                              {QStringLiteral("-t"), QStringLiteral("tmpfs"), QStringLiteral("-o"),
+                               options, QStringLiteral("tmpfs"), m_dir.path()})
+                        .exitCode == 0;
+    }
+    ~ScratchMount() {
+        if (m_mounted)
+            test::run(QStringLiteral("umount"), {m_dir.path()});
+    }
+    bool ok() const { return m_mounted; }
+    QString path() const { return m_dir.path(); }
+    // Takes every free byte, leaving a folder to save into.
+    QString fill() const {
+        const QString folder = QDir(m_dir.path()).filePath(QStringLiteral("Shots"));
+        QDir().mkpath(folder);
+        QFile filler(QDir(m_dir.path()).filePath(QStringLiteral("filler")));
+        if (filler.open(QIODevice::WriteOnly))
+            while (filler.write(QByteArray(4096, 'x')) == 4096 && filler.flush()) {
+            }
+        return folder;
+    }
+
+private:
+    QTemporaryDir m_dir;
+    bool m_mounted = false;
 };
 
 class AppModelTest : public ::testing::Test {
@@ -232,6 +264,57 @@ TEST_F(AppModelTest, AFailedSaveStillReportsTheCaptureAsCopiedAndSaysWhyItWasNot
     EXPECT_FALSE(model->lastSavedURL());
     EXPECT_EQ(model->libraryRevision(), 0);
     EXPECT_TRUE(sounds.heard.empty());
+}
+
+// A capture that cannot be saved stays on the clipboard and in its card, and the toast says why.
+TEST_F(AppModelTest, ACaptureThatCannotBeSavedStaysOnTheClipboardAndInItsCard) {
+    ScratchMount full(QStringLiteral("size=64k"));
+    if (!full.ok())
+        GTEST_SKIP() << "mounting a small tmpfs was refused (needs root)";
+    // Root writes into any folder whatever its mode, so a read-only one is a read-only mount.
+    const bool root = geteuid() == 0;
+    ScratchMount readOnlyMount(QStringLiteral("size=16k,ro"));
+    QTemporaryDir readOnlyFolder;
+    QString readOnly = readOnlyMount.path();
+    QString readOnlyReason = QStringLiteral("the disk is read-only");
+    if (!root) {
+        readOnly = readOnlyFolder.path();
+        QFile::setPermissions(readOnly, QFile::ReadOwner | QFile::ExeOwner);
+        readOnlyReason = QStringLiteral("the folder “%1” is read-only")
+                             .arg(QFileInfo(readOnly).fileName());
+    }
+    ASSERT_TRUE(!root || readOnlyMount.ok());
+
+    prefs.setShowQuickAccessOverlay(true);
+    model->configure();
+    for (const auto& [folder, reason] : {std::pair{full.fill(), QStringLiteral("the disk is full")},
+                                         std::pair{readOnly, readOnlyReason}}) {
+        prefs.setOutputDirectory(folder);
+        test::run(QStringLiteral("xclip"), {QStringLiteral("-selection"),
+                                            QStringLiteral("clipboard"), QStringLiteral("/dev/null")});
+        const size_t before = cards.items().size();
+        model->perform(CaptureKind::Fullscreen);
+        const QString expected = QStringLiteral("Could not save: ") + reason;
+        ASSERT_TRUE(test::waitUntil([&] { return toastText() == expected; }))
+            << toastText().toStdString() << " / " << model->lastStatus().toStdString();
+        EXPECT_EQ(model->libraryRevision(), 0);
+        EXPECT_FALSE(model->lastSavedURL());
+        EXPECT_TRUE(QDir(folder).entryList(QDir::Files | QDir::Hidden).isEmpty());
+
+        ASSERT_EQ(cards.items().size(), before + 1);
+        const auto card = cards.items().back();
+        EXPECT_TRUE(card->panel && card->panel->isVisible());
+        EXPECT_FALSE(card->savedURL);
+        EXPECT_EQ(card->saveError, reason);
+        const auto clip = test::run(QStringLiteral("xclip"),
+                                    {QStringLiteral("-selection"), QStringLiteral("clipboard"),
+                                     QStringLiteral("-t"), QStringLiteral("image/png"),
+                                     QStringLiteral("-o")});
+        const QImage copied = QImage::fromData(clip.out, "PNG");
+        ASSERT_EQ(copied.size(), QSize(1280, 800));
+        EXPECT_EQ(copied.pixel(640, 400), test::FakeCaptureBackend::pixelAt(640, 400));
+        EXPECT_EQ(clip.out, card->png);
+    }
 }
 
 TEST_F(AppModelTest, AFailingGrabIsReportedWithItsReason) {
