@@ -52,8 +52,8 @@ void encodeAndSave(QImage image, QString folder, QObject* context, SaveReport re
             }
             // The clipboard and the card get the bytes while the file is still being written.
             promise.addResult(Step(*png));
-            promise.addResult(Step(ImageExport::savePNGData(*png, ImageExport::screenshotPrefix,
-                                                            into)));
+            promise.addResult(
+                Step(ImageExport::savePNGData(*png, ImageExport::screenshotPrefix, into)));
         },
         std::move(image), std::move(folder)));
 }

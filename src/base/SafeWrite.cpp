@@ -4,7 +4,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QRandomGenerator>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -133,8 +132,8 @@ Status ensureFolder(const QString& folder) {
     while (!QFileInfo::exists(existing) && existing != QLatin1String("/"))
         existing = QFileInfo(existing).absolutePath();
     if (!QFileInfo(existing).isDir())
-        return failure(QStringLiteral("a file is in the way of the folder “%1”")
-                           .arg(folderName(existing)));
+        return failure(
+            QStringLiteral("a file is in the way of the folder “%1”").arg(folderName(existing)));
     errno = 0;
     if (QDir().mkpath(folder))
         return {};
@@ -153,9 +152,9 @@ Result<QString> writeNewFile(const QString& folder, const QString& stem, const Q
         return failure(describeErrno(error, folder));
     const QDir dir(folder);
     for (int number = 1; number < 10000; ++number) {
-        const QString name = number == 1 ? stem + extension
-                                         : stem + QLatin1Char(' ') + QString::number(number) +
-                                               extension;
+        const QString name = number == 1
+                                 ? stem + extension
+                                 : stem + QLatin1Char(' ') + QString::number(number) + extension;
         const QString path = dir.filePath(name);
         const int error = claimName(temporary.nativePath(), QFile::encodeName(path));
         if (error == 0) {

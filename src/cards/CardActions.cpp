@@ -164,14 +164,13 @@ void CardActions::copy(const Item& item) {
     const std::weak_ptr<FloatingShotItem> weak = item;
     const int revision = item->imageRevision;
     const QImage image = fullResolution(*item);
-    BackgroundExport::encode(image, this,
-                             [this, weak, revision, image](const Result<QByteArray>& png) {
-                                 if (const Item alive = weak.lock();
-                                     alive && png && alive->imageRevision == revision)
-                                     alive->png = *png;
-                                 ImageExport::copyToPasteboard(image, png.valueOr({}));
-                                 m_toasts.present(QStringLiteral("Copied"), kCopySymbol);
-                             });
+    BackgroundExport::encode(
+        image, this, [this, weak, revision, image](const Result<QByteArray>& png) {
+            if (const Item alive = weak.lock(); alive && png && alive->imageRevision == revision)
+                alive->png = *png;
+            ImageExport::copyToPasteboard(image, png.valueOr({}));
+            m_toasts.present(QStringLiteral("Copied"), kCopySymbol);
+        });
 }
 
 void CardActions::copyText(const Item& item) {

@@ -41,8 +41,7 @@ FloatingShotManager::FloatingShotManager(Preferences& preferences, ToastCenter& 
                              onAnnotate(image, std::move(done));
                      },
                  .recognizeText =
-                     [this](const QImage& image,
-                            std::function<void(std::optional<QString>)> done) {
+                     [this](const QImage& image, std::function<void(std::optional<QString>)> done) {
                          if (onRecognizeText)
                              onRecognizeText(image, std::move(done));
                      },
@@ -59,20 +58,21 @@ FloatingShotManager::~FloatingShotManager() {
     }
 }
 
-FloatingShotManager::Item FloatingShotManager::present(const QImage& image,
-                                                       std::function<void(const QByteArray&)> onEncoded) {
+FloatingShotManager::Item
+FloatingShotManager::present(const QImage& image,
+                             std::function<void(const QByteArray&)> onEncoded) {
     auto item = std::make_shared<FloatingShotItem>();
     item->id = QUuid::createUuid();
-    item->displayImage = cardThumbnail(image);
     item->fullImage = image;
+    // The write starts first: the file is what must not wait for the window.
+    m_actions.saveFirst(item, std::move(onEncoded));
+    item->displayImage = cardThumbnail(image);
     item->dismissTask.setSingleShot(true);
     const std::weak_ptr<FloatingShotItem> weak = item;
     connect(&item->dismissTask, &QTimer::timeout, this, [this, weak] {
         if (const Item alive = weak.lock(); alive && contains(alive))
             dismiss(alive);
     });
-    // The write starts before the window is made: the file is what must not wait.
-    m_actions.saveFirst(item, std::move(onEncoded));
     item->panel = makeView(item, true);
     m_items.push_back(item);
     m_follower.settle();

@@ -20,13 +20,12 @@ TEST(CommandLine, AcceptsTheCaptureVerbs) {
     const auto region = std::get<command::Capture>(parse({"capture", "region"}));
     EXPECT_EQ(region.kind, CaptureKind::Region);
     EXPECT_EQ(region.delaySeconds, 0);
-    const auto delayed = std::get<command::Capture>(parse({"capture", "fullscreen", "--delay", "3"}));
+    const auto delayed =
+        std::get<command::Capture>(parse({"capture", "fullscreen", "--delay", "3"}));
     EXPECT_EQ(delayed.kind, CaptureKind::Fullscreen);
     EXPECT_EQ(delayed.delaySeconds, 3);
-    EXPECT_EQ(
-        std::get<command::Capture>(parse({"capture", "region", "--delay=10"}))
-            .delaySeconds,
-        10);
+    EXPECT_EQ(std::get<command::Capture>(parse({"capture", "region", "--delay=10"})).delaySeconds,
+              10);
 }
 
 TEST(CommandLine, BadInputIsOneSentence) {

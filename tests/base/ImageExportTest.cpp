@@ -7,13 +7,13 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QTemporaryDir>
 #include <QRandomGenerator>
 #include <QSet>
+#include <QTemporaryDir>
 #include <QThread>
 #include <QTimeZone>
-#include <thread>
 #include <gtest/gtest.h>
+#include <thread>
 
 using namespace qm;
 
@@ -46,9 +46,9 @@ class ScratchMount {
 public:
     explicit ScratchMount(const QString& options) {
         QDir().mkpath(m_dir.path());
-        m_mounted = test::run(QStringLiteral("mount"), {QStringLiteral("-t"), QStringLiteral("tmpfs"),
-                                                        QStringLiteral("-o"), options,
-                                                        QStringLiteral("tmpfs"), m_dir.path()})
+        m_mounted = test::run(QStringLiteral("mount"),
+                              {QStringLiteral("-t"), QStringLiteral("tmpfs"), QStringLiteral("-o"),
+                               options, QStringLiteral("tmpfs"), m_dir.path()})
                         .exitCode == 0;
     }
     ~ScratchMount() {
@@ -152,13 +152,15 @@ TEST(ImageExportSave, AFailureSaysWhyAndIsLogged) {
     const auto blocked = ImageExport::savePNG(solid(4, 4, Qt::red), ImageExport::screenshotPrefix,
                                               blocker + QStringLiteral("/Shots"));
     ASSERT_FALSE(blocked);
-    EXPECT_EQ(blocked.error().reason, QStringLiteral("a file is in the way of the folder “blocker”"));
+    EXPECT_EQ(blocked.error().reason,
+              QStringLiteral("a file is in the way of the folder “blocker”"));
     EXPECT_TRUE(log.contains(
         QStringLiteral("Quillmark save error: a file is in the way of the folder “blocker”")));
     EXPECT_FALSE(ImageExport::savePNG(QImage(), ImageExport::screenshotPrefix, dir.path()));
 
     // The folder of an edited capture went away.
-    const auto gone = ImageExport::overwritePNG(solid(4, 4, Qt::red), dir.filePath(QStringLiteral("gone/x.png")));
+    const auto gone =
+        ImageExport::overwritePNG(solid(4, 4, Qt::red), dir.filePath(QStringLiteral("gone/x.png")));
     ASSERT_FALSE(gone.ok());
     EXPECT_EQ(gone.error().reason, QStringLiteral("the folder “gone” does not exist"));
 
@@ -204,17 +206,16 @@ TEST(ImageExportBackground, EncodesOnceAndReportsBytesThenTheFileOnThisThread) {
     std::optional<QByteArray> encoded;
     std::optional<Result<QString>> saved;
     bool encodedFirst = false;
-    BackgroundExport::encodeAndSave(
-        image, dir.path(), &context,
-        {[&](const QByteArray& png) {
-             EXPECT_EQ(QThread::currentThread(), context.thread());
-             encoded = png;
-         },
-         [&](const Result<QString>& path) {
-             EXPECT_EQ(QThread::currentThread(), context.thread());
-             encodedFirst = encoded.has_value();
-             saved = path;
-         }});
+    BackgroundExport::encodeAndSave(image, dir.path(), &context,
+                                    {[&](const QByteArray& png) {
+                                         EXPECT_EQ(QThread::currentThread(), context.thread());
+                                         encoded = png;
+                                     },
+                                     [&](const Result<QString>& path) {
+                                         EXPECT_EQ(QThread::currentThread(), context.thread());
+                                         encodedFirst = encoded.has_value();
+                                         saved = path;
+                                     }});
     ASSERT_TRUE(test::waitUntil([&] { return saved.has_value(); }));
     EXPECT_TRUE(encodedFirst);
     ASSERT_TRUE(*saved);

@@ -84,7 +84,11 @@ QRect nativeSlot(QScreen* screen, QPoint topLeft) {
 }
 
 std::string rectText(QRect r) {
-    return QStringLiteral("%1,%2 %3x%4").arg(r.x()).arg(r.y()).arg(r.width()).arg(r.height())
+    return QStringLiteral("%1,%2 %3x%4")
+        .arg(r.x())
+        .arg(r.y())
+        .arg(r.width())
+        .arg(r.height())
         .toStdString();
 }
 

@@ -22,9 +22,7 @@ AppModel::AppModel(Services services, QObject* parent)
     , m_flows(std::make_unique<CaptureFlows>(
           services.capture, services.sounds,
           CaptureFlows::Report{
-              [this](const QImage& image, const QString& label) {
-                  m_router->finish(image, label);
-              },
+              [this](const QImage& image, const QString& label) { m_router->finish(image, label); },
               [this](const QString& status) { setStatus(status); },
               [this](bool capturing) { Q_EMIT isCapturingChanged(capturing); }})) {}
 

@@ -74,42 +74,41 @@ void CaptureFlows::captureRegion() {
             return fail(result.error());
         const DisplayCapture frozen = std::move(result).value();
         m_overlay.begin(frozen, QStringLiteral("Capture"),
-                         [this, frozen](std::optional<SelectionResult> selection) {
-                             if (!selection) {
-                                 setCapturing(false);
-                                 return m_report.status(QStringLiteral("Cancelled"));
-                             }
-                             if (const auto* window = std::get_if<CapturedWindow>(&*selection))
-                                 return captureChosenWindow(frozen, *window);
-                             setCapturing(false);
-                             const QRectF area = std::get<QRectF>(*selection);
-                             const auto image = ScreenCaptureManager::crop(frozen, area);
-                             if (!image)
-                                 return m_report.status(QStringLiteral("Region crop failed"));
-                             CaptureFlash::flash(area, frozen.screen);
-                             m_report.captured(*image, captureLabel(CaptureKind::Region));
-                         });
+                        [this, frozen](std::optional<SelectionResult> selection) {
+                            if (!selection) {
+                                setCapturing(false);
+                                return m_report.status(QStringLiteral("Cancelled"));
+                            }
+                            if (const auto* window = std::get_if<CapturedWindow>(&*selection))
+                                return captureChosenWindow(frozen, *window);
+                            setCapturing(false);
+                            const QRectF area = std::get<QRectF>(*selection);
+                            const auto image = ScreenCaptureManager::crop(frozen, area);
+                            if (!image)
+                                return m_report.status(QStringLiteral("Region crop failed"));
+                            CaptureFlash::flash(area, frozen.screen);
+                            m_report.captured(*image, captureLabel(CaptureKind::Region));
+                        });
     });
 }
 
 void CaptureFlows::captureChosenWindow(const DisplayCapture& frozen, const CapturedWindow& window) {
-    m_capture.captureWindow(
-        window, this, [this, frozen, window](CaptureResult<QImage> result) {
-            setCapturing(false);
-            std::optional<QImage> image;
-            if (result.ok()) {
-                image = std::move(result).value();
-            } else {
-                qCWarning(lcCapture).noquote()
-                    << QStringLiteral("Quillmark window capture failed, cropping: ") +
-                           describe(result.error());
-                image = ScreenCaptureManager::crop(frozen, window.frame);
-            }
-            if (!image)
-                return m_report.status(QStringLiteral("Window capture failed"));
-            CaptureFlash::flash(window.frame, frozen.screen);
-            m_report.captured(*image, captureLabel(CaptureKind::Window));
-        });
+    m_capture.captureWindow(window, this, [this, frozen, window](CaptureResult<QImage> result) {
+        setCapturing(false);
+        std::optional<QImage> image;
+        if (result.ok()) {
+            image = std::move(result).value();
+        } else {
+            qCWarning(lcCapture).noquote()
+                << QStringLiteral("Quillmark window capture failed, cropping: ") +
+                       describe(result.error());
+            image = ScreenCaptureManager::crop(frozen, window.frame);
+        }
+        if (!image)
+            return m_report.status(QStringLiteral("Window capture failed"));
+        CaptureFlash::flash(window.frame, frozen.screen);
+        m_report.captured(*image, captureLabel(CaptureKind::Window));
+    });
 }
 
 void CaptureFlows::captureFrontWindow() {
@@ -120,7 +119,8 @@ void CaptureFlows::captureFullScreen() {
     m_capture.captureFullScreen(this, finishWholeScreenCapture(CaptureKind::Fullscreen));
 }
 
-std::function<void(CaptureResult<QImage>)> CaptureFlows::finishWholeScreenCapture(CaptureKind kind) {
+std::function<void(CaptureResult<QImage>)>
+CaptureFlows::finishWholeScreenCapture(CaptureKind kind) {
     // Nothing was selected on screen, so the flash marks the whole screen under the pointer.
     return [this, kind](CaptureResult<QImage> result) {
         if (!result.ok())
@@ -150,23 +150,22 @@ void CaptureFlows::performDelayed(CaptureKind kind, int seconds) {
         return;
     }
     setCapturing(true);
-    m_capture.captureActiveDisplay(
-        this, [this, seconds](CaptureResult<DisplayCapture> result) {
-            if (!result.ok())
-                return fail(result.error());
-            const DisplayCapture frozen = std::move(result).value();
-            m_overlay.begin(frozen, QStringLiteral("Capture"),
-                             [this, frozen, seconds](std::optional<SelectionResult> selection) {
-                                 setCapturing(false);
-                                 if (!selection)
-                                     return m_report.status(QStringLiteral("Cancelled"));
-                                 delayedLiveCapture(frozen, *selection, seconds);
-                             });
-        });
+    m_capture.captureActiveDisplay(this, [this, seconds](CaptureResult<DisplayCapture> result) {
+        if (!result.ok())
+            return fail(result.error());
+        const DisplayCapture frozen = std::move(result).value();
+        m_overlay.begin(frozen, QStringLiteral("Capture"),
+                        [this, frozen, seconds](std::optional<SelectionResult> selection) {
+                            setCapturing(false);
+                            if (!selection)
+                                return m_report.status(QStringLiteral("Cancelled"));
+                            delayedLiveCapture(frozen, *selection, seconds);
+                        });
+    });
 }
 
-void CaptureFlows::delayedLiveCapture(const DisplayCapture& frozen, const SelectionResult& selection,
-                                  int seconds) {
+void CaptureFlows::delayedLiveCapture(const DisplayCapture& frozen,
+                                      const SelectionResult& selection, int seconds) {
     m_report.status(QStringLiteral("Capturing in %1s…").arg(seconds));
     // What changes on screen during the countdown is what gets captured.
     auto fire = [this, frozen, selection] {
@@ -175,29 +174,28 @@ void CaptureFlows::delayedLiveCapture(const DisplayCapture& frozen, const Select
         setCapturing(true);
         if (const auto* window = std::get_if<CapturedWindow>(&selection)) {
             const CapturedWindow chosen = *window;
-            m_capture.captureWindow(chosen, this,
-                                             [this, chosen, frozen](CaptureResult<QImage> result) {
-                                                 if (!result.ok())
-                                                     return fail(result.error());
-                                                 setCapturing(false);
-                                                 CaptureFlash::flash(chosen.frame, frozen.screen);
-                                                 m_report.captured(result.value(), captureLabel(CaptureKind::Window));
-                                             });
+            m_capture.captureWindow(
+                chosen, this, [this, chosen, frozen](CaptureResult<QImage> result) {
+                    if (!result.ok())
+                        return fail(result.error());
+                    setCapturing(false);
+                    CaptureFlash::flash(chosen.frame, frozen.screen);
+                    m_report.captured(result.value(), captureLabel(CaptureKind::Window));
+                });
             return;
         }
         const QRectF area = std::get<QRectF>(selection);
-        m_capture.capture(frozen.screen, this,
-                                   [this, area](CaptureResult<DisplayCapture> result) {
-                                       if (!result.ok())
-                                           return fail(result.error());
-                                       setCapturing(false);
-                                       const DisplayCapture live = std::move(result).value();
-                                       const auto image = ScreenCaptureManager::crop(live, area);
-                                       if (!image)
-                                           return m_report.status(QStringLiteral("Region crop failed"));
-                                       CaptureFlash::flash(area, live.screen);
-                                       m_report.captured(*image, captureLabel(CaptureKind::Region));
-                                   });
+        m_capture.capture(frozen.screen, this, [this, area](CaptureResult<DisplayCapture> result) {
+            if (!result.ok())
+                return fail(result.error());
+            setCapturing(false);
+            const DisplayCapture live = std::move(result).value();
+            const auto image = ScreenCaptureManager::crop(live, area);
+            if (!image)
+                return m_report.status(QStringLiteral("Region crop failed"));
+            CaptureFlash::flash(area, live.screen);
+            m_report.captured(*image, captureLabel(CaptureKind::Region));
+        });
     };
     m_countdown.begin(seconds, fire, [this] { m_report.status(QStringLiteral("Cancelled")); });
 }

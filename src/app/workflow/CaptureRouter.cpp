@@ -133,17 +133,18 @@ void CaptureRouter::editFile(const QString& path) {
     m_editors.open(image, [this, path](std::optional<QImage> edited) {
         if (!edited)
             return;
-        BackgroundExport::overwrite(*edited, path, this, [this, path](const Result<QByteArray>& png) {
-            if (!png) {
-                m_report.status(QStringLiteral("Could not save ") + QFileInfo(path).fileName());
-                m_toasts.present(QStringLiteral("Could not save: ") + png.error().reason,
-                                 kFailedSymbol, ToastCenter::Style::Error);
-                return;
-            }
-            m_sounds.play(SystemSound::Capture);
-            m_toasts.present(QStringLiteral("Saved"), kSavedSymbol);
-            m_report.libraryChanged();
-        });
+        BackgroundExport::overwrite(
+            *edited, path, this, [this, path](const Result<QByteArray>& png) {
+                if (!png) {
+                    m_report.status(QStringLiteral("Could not save ") + QFileInfo(path).fileName());
+                    m_toasts.present(QStringLiteral("Could not save: ") + png.error().reason,
+                                     kFailedSymbol, ToastCenter::Style::Error);
+                    return;
+                }
+                m_sounds.play(SystemSound::Capture);
+                m_toasts.present(QStringLiteral("Saved"), kSavedSymbol);
+                m_report.libraryChanged();
+            });
     });
 }
 

@@ -1,7 +1,7 @@
 #include "app/workflow/AppModel.h"
 
-#include "TestSupport.h"
 #include "FakeCaptureBackend.h"
+#include "TestSupport.h"
 #include "app/BackendChoice.h"
 #include "app/shell/TrayController.h"
 #include "base/ImageExport.h"
@@ -24,11 +24,11 @@
 #include <QAbstractButton>
 #include <QClipboard>
 #include <QDir>
-#include <QSet>
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QMenu>
 #include <QMimeData>
+#include <QSet>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -134,13 +134,14 @@ TEST_F(AppModelTest, ACaptureIsCopiedAnnouncedAndSaved) {
     EXPECT_EQ(backend.count(QStringLiteral("grabDisplay")), 1);
     EXPECT_TRUE(backend.calls.contains(QStringLiteral("grabDisplay 0,0 1280x800")));
     EXPECT_EQ(clipboardPng(), contents(*model->lastSavedURL()));
-    EXPECT_EQ(QImage(*model->lastSavedURL()).pixel(300, 200), test::FakeCaptureBackend::pixelAt(300, 200));
+    EXPECT_EQ(QImage(*model->lastSavedURL()).pixel(300, 200),
+              test::FakeCaptureBackend::pixelAt(300, 200));
 }
 
 TEST_F(AppModelTest, CapturesInQuickSuccessionEachGetTheirOwnFile) {
     QStringList paths;
     QObject::connect(model.get(), &AppModel::lastSavedURLChanged, model.get(),
-            [&] { paths << *model->lastSavedURL(); });
+                     [&] { paths << *model->lastSavedURL(); });
     for (int i = 0; i < 3; ++i) {
         model->perform(CaptureKind::Fullscreen);
         ASSERT_TRUE(test::waitUntil([&] { return !model->isCapturing(); }));
@@ -280,8 +281,8 @@ TEST_F(AppModelTest, ACaptureThatCannotBeSavedStaysOnTheClipboardAndInItsCard) {
     if (!root) {
         readOnly = readOnlyFolder.path();
         QFile::setPermissions(readOnly, QFile::ReadOwner | QFile::ExeOwner);
-        readOnlyReason = QStringLiteral("the folder “%1” is read-only")
-                             .arg(QFileInfo(readOnly).fileName());
+        readOnlyReason =
+            QStringLiteral("the folder “%1” is read-only").arg(QFileInfo(readOnly).fileName());
     }
     ASSERT_TRUE(!root || readOnlyMount.ok());
 
@@ -290,8 +291,9 @@ TEST_F(AppModelTest, ACaptureThatCannotBeSavedStaysOnTheClipboardAndInItsCard) {
     for (const auto& [folder, reason] : {std::pair{full.fill(), QStringLiteral("the disk is full")},
                                          std::pair{readOnly, readOnlyReason}}) {
         prefs.setOutputDirectory(folder);
-        test::run(QStringLiteral("xclip"), {QStringLiteral("-selection"),
-                                            QStringLiteral("clipboard"), QStringLiteral("/dev/null")});
+        test::run(QStringLiteral("xclip"),
+                  {QStringLiteral("-selection"), QStringLiteral("clipboard"),
+                   QStringLiteral("/dev/null")});
         const size_t before = cards.items().size();
         model->perform(CaptureKind::Fullscreen);
         const QString expected = QStringLiteral("Could not save: ") + reason;
@@ -306,10 +308,10 @@ TEST_F(AppModelTest, ACaptureThatCannotBeSavedStaysOnTheClipboardAndInItsCard) {
         EXPECT_TRUE(card->panel && card->panel->isVisible());
         EXPECT_FALSE(card->savedURL);
         EXPECT_EQ(card->saveError, reason);
-        const auto clip = test::run(QStringLiteral("xclip"),
-                                    {QStringLiteral("-selection"), QStringLiteral("clipboard"),
-                                     QStringLiteral("-t"), QStringLiteral("image/png"),
-                                     QStringLiteral("-o")});
+        const auto clip =
+            test::run(QStringLiteral("xclip"),
+                      {QStringLiteral("-selection"), QStringLiteral("clipboard"),
+                       QStringLiteral("-t"), QStringLiteral("image/png"), QStringLiteral("-o")});
         const QImage copied = QImage::fromData(clip.out, "PNG");
         ASSERT_EQ(copied.size(), QSize(1280, 800));
         EXPECT_EQ(copied.pixel(640, 400), test::FakeCaptureBackend::pixelAt(640, 400));

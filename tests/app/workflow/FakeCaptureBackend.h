@@ -52,8 +52,8 @@ public:
         }
         later([done, image] { done(image); });
     }
-    void grabWindow(std::uint32_t id, platform::BackendCompletion<platform::WindowImage> done)
-        override {
+    void grabWindow(std::uint32_t id,
+                    platform::BackendCompletion<platform::WindowImage> done) override {
         calls << QStringLiteral("grabWindow %1").arg(id);
         later([done] { done(CaptureFailure{CaptureError::NoWindow, {}}); });
     }

@@ -201,7 +201,7 @@ TEST_F(CaptureWorkflow, CommandLineAndSessionBusReachTheOneInstance) {
         ASSERT_TRUE(first.ready());
 
         // Running: a second command hands over its capture and ends at once.
-            const auto second = test::run(QStringLiteral(QUILLMARK_BINARY),
+        const auto second = test::run(QStringLiteral(QUILLMARK_BINARY),
                                       {QStringLiteral("capture"), QStringLiteral("fullscreen")});
         EXPECT_EQ(second.exitCode, 0) << second.err.constData();
         ASSERT_FALSE(waitForCapture(2).isEmpty());
@@ -210,7 +210,7 @@ TEST_F(CaptureWorkflow, CommandLineAndSessionBusReachTheOneInstance) {
         EXPECT_EQ(test::run(QStringLiteral(QUILLMARK_BINARY), {}).exitCode, 0);
         EXPECT_EQ(first.process().state(), QProcess::Running);
 
-            const QStringList call{
+        const QStringList call{
             QStringLiteral("call"),          QStringLiteral("--session"),
             QStringLiteral("--dest"),        QStringLiteral("com.quillworks.Quillmark"),
             QStringLiteral("--object-path"), QStringLiteral("/com/quillworks/Quillmark"),
@@ -295,7 +295,8 @@ TEST_F(CaptureWorkflow, QuickCapturesNeverReplaceEachOtherAndTrashTakesOnlyItsOw
 
     // Shortcut, command line, shortcut: one right after the other.
     key(QStringLiteral("ctrl+shift+9"));
-    ASSERT_TRUE(test::waitUntil([&] { return newCaptures().size() == 1; })) << app.log().toStdString();
+    ASSERT_TRUE(test::waitUntil([&] { return newCaptures().size() == 1; }))
+        << app.log().toStdString();
     EXPECT_EQ(test::run(QStringLiteral(QUILLMARK_BINARY),
                         {QStringLiteral("capture"), QStringLiteral("fullscreen")})
                   .exitCode,
