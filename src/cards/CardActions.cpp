@@ -53,12 +53,10 @@ void CardActions::saveFirst(const Item& item, std::function<void(const QByteArra
 void CardActions::writeNew(const Item& item, std::function<void(const QByteArray&)> onEncoded) {
     item->saving = true;
     const int revision = item->imageRevision;
-    const std::weak_ptr<FloatingShotItem> weak = item;
-    auto finished = [this, weak, revision](const Result<QString>& path) {
-        if (const Item alive = weak.lock())
-            finishNew(alive, revision, path);
-        else if (path) // the card is gone entirely; its capture stays saved
-            m_hooks.saved(*path);
+    // The write holds its card, closed or not: a card trashed meanwhile still needs its file
+    // moved to the Trash when the write ends.
+    auto finished = [this, item, revision](const Result<QString>& path) {
+        finishNew(item, revision, path);
     };
     const QString folder = m_preferences.outputDirectory();
     if (!item->png.isEmpty()) {
@@ -67,9 +65,9 @@ void CardActions::writeNew(const Item& item, std::function<void(const QByteArray
     }
     BackgroundExport::encodeAndSave(
         fullResolution(*item), folder, this,
-        {[weak, revision, onEncoded = std::move(onEncoded)](const QByteArray& png) {
-             if (const Item alive = weak.lock(); alive && alive->imageRevision == revision)
-                 alive->png = png;
+        {[item, revision, onEncoded = std::move(onEncoded)](const QByteArray& png) {
+             if (item->imageRevision == revision)
+                 item->png = png;
              if (onEncoded)
                  onEncoded(png);
          },
@@ -101,18 +99,16 @@ void CardActions::finishNew(const Item& item, int revision, const Result<QString
 void CardActions::writeOver(const Item& item) {
     item->saving = true;
     const int revision = item->imageRevision;
-    const std::weak_ptr<FloatingShotItem> weak = item;
-    BackgroundExport::overwrite(fullResolution(*item), *item->savedURL, this,
-                                [this, weak, revision](const Result<QByteArray>& png) {
-                                    if (const Item alive = weak.lock())
-                                        finishOver(alive, revision, png);
-                                });
+    BackgroundExport::overwrite(
+        fullResolution(*item), *item->savedURL, this,
+        [this, item, revision](const Result<QByteArray>& png) { finishOver(item, revision, png); });
 }
 
 void CardActions::finishOver(const Item& item, int revision, const Result<QByteArray>& png) {
     item->saving = false;
     if (item->trashed) {
-        moveToTrash(*item->savedURL);
+        if (moveToTrash(*item->savedURL))
+            m_hooks.libraryChanged();
         return release(item, std::nullopt);
     }
     if (!png) {

@@ -397,21 +397,24 @@ TEST_F(FloatingShotManagerTest, DeleteMovesTheFileToTheTrashCloseKeepsIt) {
     EXPECT_EQ(toastText(), QStringLiteral("Moved to Trash"));
     EXPECT_EQ(libraryChanges, 1);
 
-    // A card deleted while its file is still being written: the file ends in the Trash too.
-    const auto early = manager.present(makeScreenshotLikeImage(2000, 1200));
-    ASSERT_TRUE(early->saving);
-    manager.deleteItem(early);
-    EXPECT_TRUE(manager.items().empty());
-    ASSERT_TRUE(waitUntil([&] { return !early->saving; }));
+    // A card deleted while its file is still being written: the file ends in the Trash too,
+    // even once nothing else holds the card.
+    {
+        const auto early = manager.present(makeScreenshotLikeImage(2000, 1200));
+        ASSERT_TRUE(early->saving);
+        manager.deleteItem(early);
+        EXPECT_TRUE(manager.items().empty());
+    }
+    const QString prefix = preferences.outputDirectory() + QStringLiteral("/Quillmark ");
+    QString list;
+    ASSERT_TRUE(waitUntil([&] {
+        const ProcessResult listed = run(QStringLiteral("trash-list"), {});
+        list = QString::fromUtf8(listed.out);
+        return listed.exitCode == 0 && list.count(prefix) == 2;
+    })) << list.toStdString();
+    EXPECT_TRUE(list.contains(path)) << list.toStdString();
     EXPECT_TRUE(outputFiles().isEmpty());
     EXPECT_TRUE(saved.size() == 1) << "a trashed capture is never reported as saved";
-
-    const ProcessResult listed = run(QStringLiteral("trash-list"), {});
-    ASSERT_EQ(listed.exitCode, 0) << listed.err.toStdString();
-    const QString list = QString::fromUtf8(listed.out);
-    EXPECT_TRUE(list.contains(path)) << list.toStdString();
-    EXPECT_EQ(list.count(preferences.outputDirectory() + QStringLiteral("/Quillmark ")), 2)
-        << list.toStdString();
 }
 
 TEST_F(FloatingShotManagerTest, ButtonsCopyTheImageAndItsTextWithoutTakingFocus) {
@@ -545,7 +548,8 @@ TEST_F(FloatingShotManagerTest, CardsPinnedToAMonitorThatGoesAwayMoveToTheRemain
               0);
     ASSERT_TRUE(waitUntil([&] { return QGuiApplication::screens().size() == 1; }));
     EXPECT_FALSE(card->pinnedScreen);
-    EXPECT_TRUE(waitUntil([&] { return placed(card, slot(left, 0)); }));
+    EXPECT_TRUE(waitUntil([&] { return placed(card, slot(left, 0)); }))
+        << rectText(card->panel->geometry()) << " on " << card->panel->screen()->name().toStdString();
     EXPECT_TRUE(nativelyAt(card->panel, left, slot(left, 0)))
         << rectText(nativeGeometry(card->panel));
 
