@@ -26,12 +26,12 @@ QString commandLineUsage() {
 }
 
 namespace {
-CommandLineError error(const QString& message) {
-    return {message};
+Error error(const QString& message) {
+    return failure(message);
 }
 } // namespace
 
-std::variant<Command, CommandLineError> parseCommandLine(const QStringList& arguments) {
+Result<Command> parseCommandLine(const QStringList& arguments) {
     if (arguments.isEmpty())
         return Command{command::Start{}};
     const QString verb = arguments.first();

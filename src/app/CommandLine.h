@@ -1,5 +1,7 @@
 #pragma once
 
+#include "base/Result.h"
+
 #include <QString>
 #include <QStringList>
 #include <optional>
@@ -22,12 +24,9 @@ struct Capture {
 } // namespace command
 using Command = std::variant<command::Start, command::Capture>;
 
-struct CommandLineError {
-    QString message; // one sentence for the terminal
-};
-
-// Parses the arguments after the program name.
-std::variant<Command, CommandLineError> parseCommandLine(const QStringList& arguments);
+// Parses the arguments after the program name; a failure's reason is one sentence for the
+// terminal (or the usage, for --help).
+Result<Command> parseCommandLine(const QStringList& arguments);
 
 QString commandLineUsage();
 

@@ -39,11 +39,11 @@ int main(int argc, char** argv) {
     qm::installSurfaceBackend(surfaces.get());
 
     const auto parsed = qm::parseCommandLine(QApplication::arguments().mid(1));
-    if (const auto* error = std::get_if<qm::CommandLineError>(&parsed)) {
-        std::fprintf(stderr, "%s\n", qPrintable(error->message));
+    if (!parsed) {
+        std::fprintf(stderr, "%s\n", qPrintable(parsed.error().reason));
         return 2;
     }
-    const qm::Command command = std::get<qm::Command>(parsed);
+    const qm::Command command = *parsed;
 
     // One instance per session: a later start hands its command to the running one.
     std::function<void(const qm::Command&)> dispatch;

@@ -2,6 +2,7 @@
 
 #include "base/Log.h"
 #include "base/Preferences.h"
+#include "base/SafeWrite.h"
 #include "base/png/PngEncoder.h"
 
 #include <QClipboard>
@@ -9,7 +10,6 @@
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QMimeData>
-#include <QSaveFile>
 
 namespace qm::ImageExport {
 
@@ -26,67 +26,67 @@ std::optional<QByteArray> pngData(const QImage& image) {
 }
 
 namespace {
-// Returns the error text, or nothing on success.
-std::optional<QString> writeAtomically(const QString& path, const QByteArray& bytes) {
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return file.errorString();
-    if (file.write(bytes) != bytes.size()) {
-        const QString error = file.errorString();
-        file.cancelWriting();
-        return error;
-    }
-    if (!file.commit())
-        return file.errorString();
-    return std::nullopt;
+const QString kNotEncoded = QStringLiteral("the image could not be encoded as PNG");
+
+template <class T> T logged(T outcome, const QString& logPrefix) {
+    if (!outcome.ok())
+        qCWarning(lcSave).noquote() << logPrefix + outcome.error().reason;
+    return outcome;
 }
 
-std::optional<QString> writePNG(const QImage& image, const QString& named, const QString& folder,
-                                const QString& logPrefix) {
-    const auto bytes = pngData(image);
-    if (!bytes)
-        return std::nullopt;
-    const QString path = QDir(folder).filePath(fileName(named, QStringLiteral(".png")));
-    if (const auto error = writeAtomically(path, *bytes)) {
-        qCWarning(lcSave).noquote() << logPrefix + *error;
-        return std::nullopt;
-    }
-    return path;
+Result<QString> writeNew(const QByteArray& png, const QString& named, const QString& folder,
+                         const QString& logPrefix) {
+    const QString stem = fileName(named, QString());
+    return logged(SafeWrite::writeNewFile(folder, stem, QStringLiteral(".png"), png), logPrefix);
 }
+
+const QString kSaveError = QStringLiteral("Quillmark save error: ");
 } // namespace
 
-std::optional<QString> savePNG(const QImage& image, const QString& named, const QString& folder) {
-    if (image.isNull())
-        return std::nullopt;
-    Preferences::ensureExists(folder);
-    return writePNG(image, named, folder, QStringLiteral("Quillmark save error: "));
+Result<QString> savePNGData(const QByteArray& png, const QString& named, const QString& folder) {
+    return writeNew(png, named, folder, kSaveError);
 }
 
-bool overwritePNG(const QImage& image, const QString& path) {
+Result<QString> savePNG(const QImage& image, const QString& named, const QString& folder) {
     const auto bytes = pngData(image);
     if (!bytes)
-        return false;
-    if (const auto error = writeAtomically(path, *bytes)) {
-        qCWarning(lcSave).noquote() << QStringLiteral("Quillmark save error: ") + *error;
-        return false;
-    }
-    return true;
+        return failure(kNotEncoded);
+    return savePNGData(*bytes, named, folder);
 }
 
-std::optional<QString> writeTempPNG(const QImage& image, const QString& named) {
-    return writePNG(image, named, QDir::tempPath(), QStringLiteral("Quillmark temp write error: "));
+Status overwritePNGData(const QByteArray& png, const QString& path) {
+    return logged(SafeWrite::replaceFile(path, png), kSaveError);
 }
 
-void copyToPasteboard(const QImage& image) {
+Status overwritePNG(const QImage& image, const QString& path) {
+    const auto bytes = pngData(image);
+    if (!bytes)
+        return failure(kNotEncoded);
+    return overwritePNGData(*bytes, path);
+}
+
+Result<QString> writeTempPNG(const QImage& image, const QString& named) {
+    const auto bytes = pngData(image);
+    if (!bytes)
+        return failure(kNotEncoded);
+    return writeNew(*bytes, named, QDir::tempPath(),
+                    QStringLiteral("Quillmark temp write error: "));
+}
+
+void copyToPasteboard(const QImage& image, const QByteArray& png) {
     auto* clipboard = QGuiApplication::clipboard();
     if (!clipboard)
         return;
     auto mime = std::make_unique<QMimeData>();
-    if (const auto bytes = pngData(image))
-        mime->setData(QStringLiteral("image/png"), *bytes);
+    if (!png.isEmpty())
+        mime->setData(QStringLiteral("image/png"), png);
     // Programs that ask for another image type get it converted from the same pixels.
     mime->setImageData(image);
     clipboard->setMimeData(mime.release(), QClipboard::Clipboard);
+}
+
+void copyToPasteboard(const QImage& image) {
+    copyToPasteboard(image, pngData(image).value_or(QByteArray()));
 }
 
 QString moveFinishedRecording(const QString& temporaryFile, const QString& outputFolder) {

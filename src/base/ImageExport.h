@@ -1,5 +1,7 @@
 #pragma once
 
+#include "base/Result.h"
+
 #include <QByteArray>
 #include <QDateTime>
 #include <QImage>
@@ -23,19 +25,25 @@ QString fileName(const QString& prefix, const QString& extension,
 std::optional<QByteArray> pngData(const QImage& image);
 
 // Writes "<named> <timestamp>.png" into the folder (created when missing) and returns its
-// path. The bytes go to a temporary file that is renamed over the final name, so a crash
-// never leaves half a capture, while a second capture in the same second replaces the first.
-std::optional<QString> savePNG(const QImage& image, const QString& named, const QString& folder);
+// path. A capture never replaces another: a taken name gets " 2", " 3", … before ".png", and
+// the name is claimed only once the file is complete. On failure the reason is a sentence
+// ("the disk is full") and "Quillmark save error: <reason>" is logged.
+Result<QString> savePNG(const QImage& image, const QString& named, const QString& folder);
+// The same with the PNG already encoded.
+Result<QString> savePNGData(const QByteArray& png, const QString& named, const QString& folder);
 
-// Writes the image over an existing file (an edited capture going back to its file), with
-// the same all-or-nothing replacement. False, and a log line, when it cannot be written.
-bool overwritePNG(const QImage& image, const QString& path);
+// Writes the image over an existing file (an edited capture going back to its file), all at
+// once: readers see the old or the new picture, never half of one.
+Status overwritePNG(const QImage& image, const QString& path);
+Status overwritePNGData(const QByteArray& png, const QString& path);
 
-// The same into the temporary folder, for handing a capture to other programs.
-std::optional<QString> writeTempPNG(const QImage& image, const QString& named);
+// The same as savePNG into the temporary folder, for handing a capture to other programs.
+Result<QString> writeTempPNG(const QImage& image, const QString& named);
 
-// Puts the exact PNG bytes on the clipboard as image/png (other image types are derived
-// from the same pixels on request). The data stays available while the program runs.
+// Puts the PNG on the clipboard as image/png, exactly these bytes (other image types are
+// derived from the same pixels on request). The data stays available while the program runs.
+void copyToPasteboard(const QImage& image, const QByteArray& png);
+// Encodes first; on the GUI thread only for small images (the editor's copy button).
 void copyToPasteboard(const QImage& image);
 
 // Moves a finished recording from the temporary folder into the output folder, replacing a

@@ -12,7 +12,9 @@ namespace qm {
 DragOutGesture::DragOutGesture(QObject* parent)
     : QObject(parent)
     , m_tempWriter([](const QImage& image) {
-        return ImageExport::writeTempPNG(image, ImageExport::screenshotPrefix);
+        const Result<QString> path =
+            ImageExport::writeTempPNG(image, ImageExport::screenshotPrefix);
+        return path ? std::optional<QString>(*path) : std::nullopt;
     }) {}
 
 DragOutGesture::~DragOutGesture() = default;

@@ -21,7 +21,7 @@ void touch(const QString& path, const QDateTime& modified) {
     ASSERT_TRUE(f.setFileTime(modified, QFileDevice::FileModificationTime));
 }
 
-TEST(RecentCaptures, FiveNewestImagesAndNeverRecordings) {
+TEST(RecentCaptures, FiveNewestImagesAndNeverRecordingsOrHalfWrittenFiles) {
     QTemporaryDir dir;
     const QDateTime base(QDate(2026, 11, 1), QTime(12, 0), Qt::UTC);
     for (int i = 0; i < 7; ++i)
@@ -29,6 +29,8 @@ TEST(RecentCaptures, FiveNewestImagesAndNeverRecordings) {
     touch(dir.filePath(QStringLiteral("newest.JPG")), base.addSecs(3600));
     touch(dir.filePath(QStringLiteral("recording.mov")), base.addSecs(7200));
     touch(dir.filePath(QStringLiteral("notes.txt")), base.addSecs(7200));
+    // A capture still being written has no capture name yet.
+    touch(dir.filePath(QStringLiteral(".Quillmark-0123456789abcdef.part")), base.addSecs(7200));
     QDir(dir.path()).mkdir(QStringLiteral("sub.png")); // a folder is no capture
 
     QStringList names;

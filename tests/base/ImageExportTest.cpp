@@ -1,13 +1,19 @@
 #include "base/ImageExport.h"
 
 #include "TestSupport.h"
+#include "base/BackgroundExport.h"
+#include "base/SafeWrite.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QRandomGenerator>
+#include <QSet>
 #include <QTemporaryDir>
+#include <QThread>
 #include <QTimeZone>
 #include <gtest/gtest.h>
+#include <thread>
 
 using namespace qm;
 
@@ -34,33 +40,108 @@ TEST(ImageExportNaming, TwoDigitTwentyFourHourTimestamps) {
     EXPECT_EQ(ImageExport::timestamp(evening.toUTC()), QStringLiteral("2026-11-15 at 20.31.05"));
 }
 
-TEST(ImageExportSave, WritesCompleteFilesAndReplacesWithinTheSameSecond) {
-    QTemporaryDir dir;
-    const QString folder = dir.filePath(QStringLiteral("new/folder"));
-    const QImage first = test::makeScreenshotLikeImage(301, 177);
-    const QImage second = solid(64, 48, QColor(200, 30, 40));
-
-    // Two saves in the same second share a name; retry if a second boundary falls between.
-    std::optional<QString> a, b;
-    for (int attempt = 0; attempt < 5 && (!a || a != b); ++attempt) {
-        a = ImageExport::savePNG(first, ImageExport::screenshotPrefix, folder);
-        b = ImageExport::savePNG(second, ImageExport::screenshotPrefix, folder);
-        ASSERT_TRUE(a && b);
-        if (a != b) {
-            QFile::remove(*a);
-            QFile::remove(*b);
-        }
+// A small file system of its own for the test (we run as root here and in CI); nothing
+// when mounting is refused.
+class ScratchMount {
+public:
+    explicit ScratchMount(const QString& options) {
+        QDir().mkpath(m_dir.path());
+        m_mounted = test::run(QStringLiteral("mount"),
+                              {QStringLiteral("-t"), QStringLiteral("tmpfs"), QStringLiteral("-o"),
+                               options, QStringLiteral("tmpfs"), m_dir.path()})
+                        .exitCode == 0;
     }
-    ASSERT_EQ(a, b);
-    EXPECT_TRUE(QFileInfo(*b).fileName().startsWith(QStringLiteral("Quillmark 20")));
-    EXPECT_TRUE(b->endsWith(QStringLiteral(".png")));
-    // Only the final file is left: no temporary siblings, and it holds the second image.
-    EXPECT_EQ(QDir(folder).entryList(QDir::Files | QDir::Hidden),
-              QStringList{QFileInfo(*b).fileName()});
-    EXPECT_TRUE(samePixels(QImage(*b), second));
+    ~ScratchMount() {
+        if (m_mounted)
+            test::run(QStringLiteral("umount"), {m_dir.path()});
+    }
+    bool ok() const { return m_mounted; }
+    QString path() const { return m_dir.path(); }
+
+private:
+    QTemporaryDir m_dir;
+    bool m_mounted = false;
+};
+
+QStringList everything(const QString& folder) {
+    return QDir(folder).entryList(QDir::Files | QDir::Hidden, QDir::Name);
 }
 
-TEST(ImageExportSave, FailureIsLoggedAndReturnsNothing) {
+TEST(ImageExportSave, ATakenNameGetsTheNextNumberAndNothingIsReplaced) {
+    QTemporaryDir dir;
+    const QString folder = dir.filePath(QStringLiteral("new/folder"));
+    const QString stem = QStringLiteral("Quillmark 2026-11-15 at 20.31.05");
+    std::vector<QString> paths;
+    for (const char* bytes : {"first", "second", "third"}) {
+        const auto path =
+            SafeWrite::writeNewFile(folder, stem, QStringLiteral(".png"), QByteArray(bytes));
+        ASSERT_TRUE(path) << path.error().reason.toStdString();
+        paths.push_back(*path);
+    }
+    EXPECT_EQ(everything(folder),
+              (QStringList{stem + QStringLiteral(" 2.png"), stem + QStringLiteral(" 3.png"),
+                           stem + QStringLiteral(".png")}))
+        << "no temporary file is left behind";
+    const std::vector<QByteArray> expected{"first", "second", "third"};
+    for (size_t i = 0; i < paths.size(); ++i) {
+        QFile file(paths[i]);
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+        EXPECT_EQ(file.readAll(), expected[i]);
+    }
+
+    // Screenshots saved back to back in one second keep both pictures.
+    const QImage a = test::makeScreenshotLikeImage(301, 177);
+    const QImage b = solid(64, 48, QColor(200, 30, 40));
+    const auto savedA = ImageExport::savePNG(a, ImageExport::screenshotPrefix, folder);
+    const auto savedB = ImageExport::savePNG(b, ImageExport::screenshotPrefix, folder);
+    ASSERT_TRUE(savedA && savedB);
+    EXPECT_NE(*savedA, *savedB);
+    EXPECT_TRUE(QFileInfo(*savedB).fileName().startsWith(QStringLiteral("Quillmark 20")));
+    EXPECT_TRUE(samePixels(QImage(*savedA), a));
+    EXPECT_TRUE(samePixels(QImage(*savedB), b));
+}
+
+TEST(ImageExportSave, WritersRacingForOneNameEachGetTheirOwnFile) {
+    QTemporaryDir dir;
+    constexpr int kWriters = 8;
+    std::vector<std::optional<QString>> paths(kWriters);
+    {
+        std::vector<std::jthread> writers;
+        for (int i = 0; i < kWriters; ++i)
+            writers.emplace_back([&, i] {
+                const auto path = SafeWrite::writeNewFile(dir.path(), QStringLiteral("Quillmark"),
+                                                          QStringLiteral(".png"),
+                                                          QByteArray(100000, char('a' + i)));
+                if (path)
+                    paths[i] = *path;
+            });
+    }
+    QSet<QString> distinct;
+    for (int i = 0; i < kWriters; ++i) {
+        ASSERT_TRUE(paths[i]);
+        distinct.insert(*paths[i]);
+        QFile file(*paths[i]);
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+        EXPECT_EQ(file.readAll(), QByteArray(100000, char('a' + i)));
+    }
+    EXPECT_EQ(distinct.size(), kWriters);
+    EXPECT_EQ(everything(dir.path()).size(), kWriters);
+}
+
+TEST(ImageExportSave, OverwritingReplacesOnlyThatFileAndKeepsItsPermissions) {
+    QTemporaryDir dir;
+    const auto path =
+        ImageExport::savePNG(solid(8, 8, Qt::red), ImageExport::screenshotPrefix, dir.path());
+    ASSERT_TRUE(path);
+    QFile::setPermissions(*path, QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup);
+    ASSERT_TRUE(ImageExport::overwritePNG(solid(8, 8, Qt::blue), *path).ok());
+    EXPECT_TRUE(samePixels(QImage(*path), solid(8, 8, Qt::blue)));
+    EXPECT_EQ(everything(dir.path()), QStringList{QFileInfo(*path).fileName()});
+    EXPECT_EQ(QFile::permissions(*path) & 0x7077, // owner, group, others
+              QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup);
+}
+
+TEST(ImageExportSave, AFailureSaysWhyAndIsLogged) {
     QTemporaryDir dir;
     // A regular file where the folder should be: neither mkdir nor the write can succeed.
     const QString blocker = dir.filePath(QStringLiteral("blocker"));
@@ -68,10 +149,45 @@ TEST(ImageExportSave, FailureIsLoggedAndReturnsNothing) {
     ASSERT_TRUE(f.open(QIODevice::WriteOnly));
     f.close();
     test::LogCapture log;
-    EXPECT_FALSE(
-        ImageExport::savePNG(solid(4, 4, Qt::red), ImageExport::screenshotPrefix, blocker));
-    EXPECT_TRUE(log.contains(QStringLiteral("Quillmark save error: ")));
+    const auto blocked = ImageExport::savePNG(solid(4, 4, Qt::red), ImageExport::screenshotPrefix,
+                                              blocker + QStringLiteral("/Shots"));
+    ASSERT_FALSE(blocked);
+    EXPECT_EQ(blocked.error().reason,
+              QStringLiteral("a file is in the way of the folder “blocker”"));
+    EXPECT_TRUE(log.contains(
+        QStringLiteral("Quillmark save error: a file is in the way of the folder “blocker”")));
     EXPECT_FALSE(ImageExport::savePNG(QImage(), ImageExport::screenshotPrefix, dir.path()));
+
+    // The folder of an edited capture went away.
+    const auto gone =
+        ImageExport::overwritePNG(solid(4, 4, Qt::red), dir.filePath(QStringLiteral("gone/x.png")));
+    ASSERT_FALSE(gone.ok());
+    EXPECT_EQ(gone.error().reason, QStringLiteral("the folder “gone” does not exist"));
+
+    EXPECT_EQ(SafeWrite::describeErrno(EACCES, QStringLiteral("/home/me/Pictures")),
+              QStringLiteral("the folder “Pictures” is read-only"));
+}
+
+TEST(ImageExportSave, AFullDiskOrAReadOnlyOneLeavesNoPartialFile) {
+    ScratchMount full(QStringLiteral("size=64k"));
+    if (!full.ok())
+        GTEST_SKIP() << "mounting a small tmpfs was refused (needs root)";
+    // Noise does not compress: far more than 64 KiB of PNG.
+    QImage noise(400, 400, QImage::Format_RGB32);
+    for (int y = 0; y < noise.height(); ++y)
+        for (int x = 0; x < noise.width(); ++x)
+            noise.setPixel(x, y, QRandomGenerator::global()->generate());
+    const auto saved = ImageExport::savePNG(noise, ImageExport::screenshotPrefix, full.path());
+    ASSERT_FALSE(saved);
+    EXPECT_EQ(saved.error().reason, QStringLiteral("the disk is full"));
+    EXPECT_TRUE(everything(full.path()).isEmpty());
+
+    ScratchMount readOnly(QStringLiteral("size=64k,ro"));
+    ASSERT_TRUE(readOnly.ok());
+    const auto refused =
+        ImageExport::savePNG(solid(4, 4, Qt::red), ImageExport::screenshotPrefix, readOnly.path());
+    ASSERT_FALSE(refused);
+    EXPECT_EQ(refused.error().reason, QStringLiteral("the disk is read-only"));
 }
 
 TEST(ImageExportSave, TemporaryPngGoesToTheTempFolder) {
@@ -81,6 +197,31 @@ TEST(ImageExportSave, TemporaryPngGoesToTheTempFolder) {
     EXPECT_EQ(QFileInfo(*path).absolutePath(), QFileInfo(QDir::tempPath()).absoluteFilePath());
     EXPECT_TRUE(samePixels(QImage(*path), image));
     QFile::remove(*path);
+}
+
+TEST(ImageExportBackground, EncodesOnceAndReportsBytesThenTheFileOnThisThread) {
+    QTemporaryDir dir;
+    const QImage image = test::makeScreenshotLikeImage(640, 400);
+    QObject context;
+    std::optional<QByteArray> encoded;
+    std::optional<Result<QString>> saved;
+    bool encodedFirst = false;
+    BackgroundExport::encodeAndSave(image, dir.path(), &context,
+                                    {[&](const QByteArray& png) {
+                                         EXPECT_EQ(QThread::currentThread(), context.thread());
+                                         encoded = png;
+                                     },
+                                     [&](const Result<QString>& path) {
+                                         EXPECT_EQ(QThread::currentThread(), context.thread());
+                                         encodedFirst = encoded.has_value();
+                                         saved = path;
+                                     }});
+    ASSERT_TRUE(test::waitUntil([&] { return saved.has_value(); }));
+    EXPECT_TRUE(encodedFirst);
+    ASSERT_TRUE(*saved);
+    QFile file(saved->value());
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_EQ(file.readAll(), *encoded) << "the file holds the very bytes the clipboard gets";
 }
 
 TEST(ImageExportClipboard, OtherProgramsReadTheExactPng) {

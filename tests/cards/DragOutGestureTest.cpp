@@ -99,10 +99,11 @@ TEST_F(DragOutGestureTest, DragFasterThanTheEncodingStartsWhenTheFileIsWritten) 
 
 TEST_F(DragOutGestureTest, OnlyTheNewestPressesEncodingIsDragged) {
     // Distinct names per image, so the two encodings cannot meet in one file.
-    gesture.setTempWriter([](const QImage& image) {
+    gesture.setTempWriter([](const QImage& image) -> std::optional<QString> {
         const bool first = image.pixelColor(0, 0) == QColor(Qt::red);
-        return ImageExport::writeTempPNG(image, first ? QStringLiteral("First")
-                                                      : QStringLiteral("Second"));
+        const Result<QString> path = ImageExport::writeTempPNG(
+            image, first ? QStringLiteral("First") : QStringLiteral("Second"));
+        return path ? std::optional<QString>(*path) : std::nullopt;
     });
     configure(std::nullopt, filled(Qt::red, {1600, 1000}));
     QSignalSpy finished(&gesture, &DragOutGesture::encodingFinished);

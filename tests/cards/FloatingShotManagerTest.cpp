@@ -83,6 +83,21 @@ QRect nativeSlot(QScreen* screen, QPoint topLeft) {
     return {toDevice(topLeft), FloatingShotView::panelSize * screen->devicePixelRatio()};
 }
 
+std::string rectText(QRect r) {
+    return QStringLiteral("%1,%2 %3x%4")
+        .arg(r.x())
+        .arg(r.y())
+        .arg(r.width())
+        .arg(r.height())
+        .toStdString();
+}
+
+// The X server applies a move (and, between screens of different scale, a resize) after Qt
+// has taken it: wait for the server to agree rather than asking once.
+bool nativelyAt(QWidget* window, QScreen* screen, QPoint topLeft) {
+    return waitUntil([&] { return nativeGeometry(window) == nativeSlot(screen, topLeft); });
+}
+
 QScreen* screenNamed(const QString& name) {
     for (QScreen* screen : QGuiApplication::screens())
         if (screen->name() == name)
@@ -123,6 +138,8 @@ class DropTarget final : public QWidget {
 public:
     DropTarget() { setAcceptDrops(true); }
     QList<QUrl> dropped;
+    // Looked at while the drag is still going on.
+    std::function<void()> onDrop;
 
 protected:
     void dragEnterEvent(QDragEnterEvent* event) override {
@@ -131,6 +148,8 @@ protected:
     }
     void dropEvent(QDropEvent* event) override {
         dropped = event->mimeData()->urls();
+        if (onDrop)
+            onDrop();
         event->acceptProposedAction();
     }
 };
@@ -163,6 +182,11 @@ protected:
     }
     bool waitSaved(const FloatingShotManager::Item& item) {
         return waitUntil([&] { return item->savedURL.has_value(); });
+    }
+    // Until the file holds the card's newest image.
+    bool waitWritten(const FloatingShotManager::Item& item) {
+        return waitUntil(
+            [&] { return !item->saving && item->savedRevision == item->imageRevision; });
     }
     QStringList outputFiles() const {
         return QDir(preferences.outputDirectory()).entryList(QDir::Files);
@@ -223,9 +247,11 @@ TEST_F(FloatingShotManagerTest, UnpinnedCardsFollowThePointerToAnotherMonitorPin
     ASSERT_TRUE(waitUntil([&] { return placed(roaming, slot(right, 0)); }));
     EXPECT_EQ(manager.currentScreen(), right);
     EXPECT_EQ(roaming->panel->screen(), right);
-    EXPECT_EQ(nativeGeometry(roaming->panel), nativeSlot(right, slot(right, 0)));
+    EXPECT_TRUE(nativelyAt(roaming->panel, right, slot(right, 0)))
+        << rectText(nativeGeometry(roaming->panel));
     EXPECT_TRUE(placed(pinned, slot(left, 0)));
-    EXPECT_EQ(nativeGeometry(pinned->panel), nativeSlot(left, slot(left, 0)));
+    EXPECT_TRUE(nativelyAt(pinned->panel, left, slot(left, 0)))
+        << rectText(nativeGeometry(pinned->panel));
     // qm1 is 1024 pixels high at y 0: its bottom-left slot differs from qm0's.
     const int high = int(1024 / right->devicePixelRatio());
     EXPECT_EQ(slot(right, 0), QPoint(1920 + 20, high - 20 - 176));
@@ -235,7 +261,8 @@ TEST_F(FloatingShotManagerTest, UnpinnedCardsFollowThePointerToAnotherMonitorPin
     EXPECT_EQ(pin->symbol(), QStringLiteral("pin"));
     EXPECT_TRUE(waitUntil([&] { return placed(pinned, slot(right, 0)); }));
     EXPECT_TRUE(waitUntil([&] { return placed(roaming, slot(right, 1)); }));
-    EXPECT_EQ(nativeGeometry(pinned->panel), nativeSlot(right, slot(right, 0)));
+    EXPECT_TRUE(nativelyAt(pinned->panel, right, slot(right, 0)))
+        << rectText(nativeGeometry(pinned->panel));
 
     // The pointer watch ends with the last card, and the next card appears under the pointer.
     manager.dismiss(pinned);
@@ -254,11 +281,18 @@ TEST_F(FloatingShotManagerTest, UnpinnedCardsFollowThePointerToAnotherMonitorPin
     const auto crossing = manager.present(makeScreenshotLikeImage(1000, 700));
     EXPECT_TRUE(waitUntil([&] { return placed(crossing, slot(right, 1)); }));
     EXPECT_TRUE(waitUntil([&] { return placed(next, slot(right, 0)); }));
-    EXPECT_EQ(nativeGeometry(crossing->panel), nativeSlot(right, slot(right, 1)));
+    EXPECT_TRUE(nativelyAt(crossing->panel, right, slot(right, 1)))
+        << rectText(nativeGeometry(crossing->panel));
     EXPECT_EQ(crossing->panel->screen(), right);
     // Its whole face takes clicks there, the buttons at the bottom included.
     click(button(crossing, "copyButton"));
     EXPECT_TRUE(waitUntil([&] { return toastText() == QStringLiteral("Copied"); }));
+}
+
+// The countdown is driven by hand: the test looks at the timer and fires it itself.
+void runOut(QTimer& timer) {
+    ASSERT_TRUE(timer.isActive());
+    QMetaObject::invokeMethod(&timer, "timeout");
 }
 
 TEST_F(FloatingShotManagerTest, AutoDismissPausesWhileHoveredAndStartsOverOnLeaving) {
@@ -269,27 +303,27 @@ TEST_F(FloatingShotManagerTest, AutoDismissPausesWhileHoveredAndStartsOverOnLeav
 
     preferences.setOverlayDismissSeconds(3);
     const auto card = manager.present(makeScreenshotLikeImage(400, 300));
-    // Half-way through its time the pointer comes to rest on the card...
-    QTest::qWait(1500);
-    ASSERT_EQ(manager.items().size(), 1u);
+    EXPECT_TRUE(card->dismissTask.isActive());
+    EXPECT_EQ(card->dismissTask.interval(), 3000);
+    // The pointer comes to rest on the card: the countdown stops...
     pointerTo(card->panel->geometry().center());
     ASSERT_TRUE(waitUntil([&] { return card->panel->hovering(); }));
-    // ...which stays well past its time.
-    QTest::qWait(3500);
-    ASSERT_TRUE(manager.items().size() == 1 && card->panel && card->panel->isVisible());
+    EXPECT_FALSE(card->dismissTask.isActive());
 
-    // Leaving starts the full time over: later than the remaining half would have lasted, the
-    // card is still there.
+    // ...and leaving starts the full time over, not the rest of it.
     pointerTo(left->geometry().center());
     ASSERT_TRUE(waitUntil([&] { return !card->panel->hovering(); }));
-    QTest::qWait(2000);
+    EXPECT_TRUE(card->dismissTask.isActive());
+    EXPECT_GT(card->dismissTask.remainingTime(), 2500);
     EXPECT_EQ(manager.items().size(), 1u);
+
     QPointer<FloatingShotView> panel = card->panel;
-    ASSERT_TRUE(waitUntil([&] { return !panel; }, std::chrono::seconds(5)));
+    runOut(card->dismissTask);
+    ASSERT_TRUE(waitUntil([&] { return !panel; }));
     EXPECT_TRUE(manager.items().empty());
     EXPECT_FALSE(manager.isMonitoring());
     // Dismissed captures stay saved.
-    ASSERT_TRUE(card->savedURL);
+    ASSERT_TRUE(waitSaved(card));
     EXPECT_TRUE(QFileInfo::exists(*card->savedURL));
 }
 
@@ -323,19 +357,30 @@ TEST_F(FloatingShotManagerTest, FileIsWrittenBeforeItIsReportedAndEditsAreWritte
     ASSERT_TRUE(waitUntil([&] { return bool(finishEditing); }));
     EXPECT_EQ(handedToEditor, image);
     finishEditing(edited);
-    EXPECT_EQ(QImage(*card->savedURL).pixelColor(10, 10), QColor(Qt::magenta));
     EXPECT_EQ(card->displayImage.pixelColor(10, 10), QColor(Qt::magenta));
+    ASSERT_TRUE(waitWritten(card));
+    EXPECT_EQ(QImage(*card->savedURL).pixelColor(10, 10), QColor(Qt::magenta));
     EXPECT_EQ(toastText(), QStringLiteral("Saved"));
     EXPECT_EQ(outputFiles().size(), 1);
+    EXPECT_EQ(saved.size(), 1) << "an edit is written over the card's file, not a new one";
 
-    // An edit that finishes while the first save still runs ends up in the file too.
-    QTest::qWait(1100); // a new second, so the second capture gets its own name
+    // An edit that finishes while the first save still runs ends up in the file too, and a
+    // capture in the same second as the first gets its own file.
     saved.clear();
     const auto quick = manager.present(image);
     manager.update(quick, edited);
     ASSERT_TRUE(waitSaved(quick));
+    ASSERT_TRUE(waitWritten(quick));
     EXPECT_EQ(QImage(*quick->savedURL).pixelColor(10, 10), QColor(Qt::magenta));
     EXPECT_EQ(outputFiles().size(), 2);
+    EXPECT_EQ(QImage(*card->savedURL).pixelColor(10, 10), QColor(Qt::magenta));
+
+    // Copy hands out the very bytes of the file.
+    click(button(quick, "copyButton"));
+    ASSERT_TRUE(waitUntil([&] { return pngFromClipboard().pixelColor(10, 10) == Qt::magenta; }));
+    QFile written(*quick->savedURL);
+    ASSERT_TRUE(written.open(QIODevice::ReadOnly));
+    EXPECT_EQ(quick->png, written.readAll());
 }
 
 TEST_F(FloatingShotManagerTest, DeleteMovesTheFileToTheTrashCloseKeepsIt) {
@@ -352,21 +397,24 @@ TEST_F(FloatingShotManagerTest, DeleteMovesTheFileToTheTrashCloseKeepsIt) {
     EXPECT_EQ(toastText(), QStringLiteral("Moved to Trash"));
     EXPECT_EQ(libraryChanges, 1);
 
-    // A card deleted while its file is still being written: the file ends in the Trash too.
-    QTest::qWait(1100);
-    const auto early = manager.present(makeScreenshotLikeImage(2000, 1200));
-    manager.deleteItem(early);
-    EXPECT_TRUE(manager.items().empty());
-    ASSERT_TRUE(waitUntil([&] { return !early->initialSave; }));
+    // A card deleted while its file is still being written: the file ends in the Trash too,
+    // even once nothing else holds the card.
+    {
+        const auto early = manager.present(makeScreenshotLikeImage(2000, 1200));
+        ASSERT_TRUE(early->saving);
+        manager.deleteItem(early);
+        EXPECT_TRUE(manager.items().empty());
+    }
+    const QString prefix = preferences.outputDirectory() + QStringLiteral("/Quillmark ");
+    QString list;
+    ASSERT_TRUE(waitUntil([&] {
+        const ProcessResult listed = run(QStringLiteral("trash-list"), {});
+        list = QString::fromUtf8(listed.out);
+        return listed.exitCode == 0 && list.count(prefix) == 2;
+    })) << list.toStdString();
+    EXPECT_TRUE(list.contains(path)) << list.toStdString();
     EXPECT_TRUE(outputFiles().isEmpty());
     EXPECT_TRUE(saved.size() == 1) << "a trashed capture is never reported as saved";
-
-    const ProcessResult listed = run(QStringLiteral("trash-list"), {});
-    ASSERT_EQ(listed.exitCode, 0) << listed.err.toStdString();
-    const QString list = QString::fromUtf8(listed.out);
-    EXPECT_TRUE(list.contains(path)) << list.toStdString();
-    EXPECT_EQ(list.count(preferences.outputDirectory() + QStringLiteral("/Quillmark ")), 2)
-        << list.toStdString();
 }
 
 TEST_F(FloatingShotManagerTest, ButtonsCopyTheImageAndItsTextWithoutTakingFocus) {
@@ -420,8 +468,10 @@ TEST_F(FloatingShotManagerTest, DraggingTheThumbnailDropsTheSavedFile) {
     const auto card = manager.present(makeScreenshotLikeImage(800, 500));
     ASSERT_TRUE(waitSaved(card));
     ASSERT_TRUE(waitUntil([&] { return placed(card, slot(left, 0)); }));
-    // A short countdown that would run out while the drag is still going on.
+    // The countdown stops for the drag and starts over after it.
     preferences.setOverlayDismissSeconds(1);
+    std::optional<bool> countingDuringDrag;
+    target.onDrop = [&] { countingDuringDrag = card->dismissTask.isActive(); };
     QWidget* thumbnail = card->panel->findChild<QWidget*>(QStringLiteral("thumbnail"));
     const QPoint from = thumbnail->mapToGlobal(thumbnail->rect().center());
     const QPoint to = target.geometry().center();
@@ -434,15 +484,17 @@ TEST_F(FloatingShotManagerTest, DraggingTheThumbnailDropsTheSavedFile) {
         gesture << QStringLiteral("sleep") << QStringLiteral("0.05") << QStringLiteral("mousemove")
                 << QString::number(at.x()) << QString::number(at.y());
     }
-    gesture << QStringLiteral("sleep") << QStringLiteral("1.6") << QStringLiteral("mouseup")
-            << QStringLiteral("1");
+    gesture << QStringLiteral("mouseup") << QStringLiteral("1");
     QProcess xdotoolRun;
     xdotoolRun.start(QStringLiteral("xdotool"), gesture);
     ASSERT_TRUE(waitUntil([&] { return !target.dropped.isEmpty(); }));
     EXPECT_EQ(target.dropped, QList<QUrl>{QUrl::fromLocalFile(*card->savedURL)});
-    EXPECT_EQ(manager.items().size(), 1u) << "a card being dragged out does not dismiss itself";
+    EXPECT_EQ(countingDuringDrag, false) << "a card being dragged out does not dismiss itself";
+    EXPECT_EQ(manager.items().size(), 1u);
     ASSERT_TRUE(waitUntil([&] { return xdotoolRun.state() == QProcess::NotRunning; }));
     // Once the drag is over, the countdown runs again.
+    ASSERT_TRUE(waitUntil([&] { return card->dismissTask.isActive(); }));
+    runOut(card->dismissTask);
     EXPECT_TRUE(waitUntil([&] { return manager.items().empty(); }));
 }
 
@@ -460,9 +512,11 @@ TEST_F(FloatingShotManagerTest, ShowInFolderSavesAgainWhenTheFirstSaveFailed) {
     preferences.setOutputDirectory(blocker.fileName() + QStringLiteral("/Quillmark"));
     LogCapture log;
     const auto card = manager.present(makeScreenshotLikeImage(500, 300));
-    ASSERT_TRUE(waitUntil([&] { return !card->initialSave; }));
+    ASSERT_TRUE(waitUntil([&] { return !card->saving; }));
     EXPECT_FALSE(card->savedURL);
     EXPECT_TRUE(log.contains(QStringLiteral("Quillmark save error: ")));
+    EXPECT_EQ(toastText(), QStringLiteral("Could not save: a file is in the way of the folder "
+                                          "“blocker”"));
     EXPECT_TRUE(saved.isEmpty());
 
     preferences.setOutputDirectory(dir.filePath(QStringLiteral("Elsewhere")));
@@ -485,7 +539,8 @@ TEST_F(FloatingShotManagerTest, CardsPinnedToAMonitorThatGoesAwayMoveToTheRemain
     const auto card = manager.present(makeScreenshotLikeImage(500, 300));
     manager.togglePin(card);
     ASSERT_TRUE(waitUntil([&] { return placed(card, slot(right, 0)); }));
-    EXPECT_EQ(nativeGeometry(card->panel), nativeSlot(right, slot(right, 0)));
+    EXPECT_TRUE(nativelyAt(card->panel, right, slot(right, 0)))
+        << rectText(nativeGeometry(card->panel));
     pointerTo(left->geometry().center());
 
     ASSERT_EQ(run(QStringLiteral("xrandr"), {QStringLiteral("--delmonitor"), QStringLiteral("qm1")})
@@ -493,8 +548,10 @@ TEST_F(FloatingShotManagerTest, CardsPinnedToAMonitorThatGoesAwayMoveToTheRemain
               0);
     ASSERT_TRUE(waitUntil([&] { return QGuiApplication::screens().size() == 1; }));
     EXPECT_FALSE(card->pinnedScreen);
-    EXPECT_TRUE(waitUntil([&] { return placed(card, slot(left, 0)); }));
-    EXPECT_EQ(nativeGeometry(card->panel), nativeSlot(left, slot(left, 0)));
+    EXPECT_TRUE(waitUntil([&] { return placed(card, slot(left, 0)); }))
+        << rectText(card->panel->geometry()) << " on " << card->panel->screen()->name().toStdString();
+    EXPECT_TRUE(nativelyAt(card->panel, left, slot(left, 0)))
+        << rectText(nativeGeometry(card->panel));
 
     ASSERT_EQ(run(QStringLiteral("xrandr"),
                   {QStringLiteral("--setmonitor"), QStringLiteral("qm1"),

@@ -24,13 +24,13 @@ void BusService::Capture(const QString& kind, int delaySeconds) {
     QStringList args{QStringLiteral("capture"), kind};
     if (delaySeconds != 0)
         args << QStringLiteral("--delay") << QString::number(delaySeconds);
-    const auto parsed = parseCommandLine(args);
-    if (const auto* error = std::get_if<CommandLineError>(&parsed)) {
+    const Result<Command> parsed = parseCommandLine(args);
+    if (!parsed) {
         if (calledFromDBus())
-            sendErrorReply(QDBusError::InvalidArgs, error->message);
+            sendErrorReply(QDBusError::InvalidArgs, parsed.error().reason);
         return;
     }
-    m_handler(std::get<Command>(parsed));
+    m_handler(*parsed);
 }
 
 QString forwardToRunningInstance(const Command& command) {

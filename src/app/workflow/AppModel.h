@@ -15,7 +15,10 @@
 namespace qm {
 
 class AnnotationEditorController;
+class CaptureFlows;
+class CaptureRouter;
 class CountdownController;
+class EditorWindows;
 class FloatingShotManager;
 class HotkeyManager;
 class Preferences;
@@ -25,8 +28,9 @@ class ShareableContentCache;
 class SoundPlayer;
 class ToastCenter;
 
-// Turns a request (shortcut, tray menu, command line) into a capture and routes the result
-// through clipboard, sound and file, keeping the one-line status the menu shows.
+// Turns a request (shortcut, tray menu, command line) into a capture (CaptureFlows) and hands
+// the result on (CaptureRouter), keeping the one-line status the menu shows, the last saved
+// file and the library revision.
 class AppModel : public QObject {
     Q_OBJECT
 public:
@@ -59,17 +63,15 @@ public:
     void openEditor(const QImage& image, std::function<void(std::optional<QImage>)> onComplete);
     // Opens an editor on a saved capture and writes the result back over the same file.
     void openEditor(const QString& path);
-    const std::vector<std::unique_ptr<AnnotationEditorController>>& editorControllers() const {
-        return m_editorControllers;
-    }
+    const std::vector<std::unique_ptr<AnnotationEditorController>>& editorControllers() const;
 
     QString lastStatus() const { return m_lastStatus; }
     std::optional<QString> lastSavedURL() const { return m_lastSavedURL; }
     int libraryRevision() const { return m_libraryRevision; }
-    bool isCapturing() const { return m_isCapturing; }
+    bool isCapturing() const;
 
-    SelectionOverlayController& overlay() const { return *m_overlay; }
-    CountdownController& countdown() const { return *m_countdown; }
+    SelectionOverlayController& overlay() const;
+    CountdownController& countdown() const;
 
     static QString label(CaptureKind kind);
 
@@ -81,29 +83,17 @@ Q_SIGNALS:
 
 private:
     void setStatus(const QString& status);
-    void setCapturing(bool capturing);
-    void captureRegion();
-    void captureFrontWindow();
-    void captureFullScreen();
-    std::function<void(CaptureResult<QImage>)> finishWholeScreenCapture(CaptureKind kind);
-    void captureChosenWindow(const DisplayCapture& frozen, const CapturedWindow& window);
-    void delayedLiveCapture(const DisplayCapture& frozen, const SelectionResult& selection,
-                            int seconds);
-    void finish(const QImage& image, const QString& label);
-    void finishEdited(const QImage& image, const QString& label);
-    void saveNow(const QImage& image, const QString& label);
-    void fail(const CaptureFailure& failure);
+    void addToLibrary(const QString& path);
+    void bumpLibrary();
 
     Services m_services;
-    std::unique_ptr<SelectionOverlayController> m_overlay;
-    std::unique_ptr<CountdownController> m_countdown;
-    // Open editors stay alive here until they report.
-    std::vector<std::unique_ptr<AnnotationEditorController>> m_editorControllers;
+    std::unique_ptr<EditorWindows> m_editors;
+    std::unique_ptr<CaptureRouter> m_router;
+    std::unique_ptr<CaptureFlows> m_flows;
 
     QString m_lastStatus;
     std::optional<QString> m_lastSavedURL;
     int m_libraryRevision = 0;
-    bool m_isCapturing = false;
     bool m_configured = false;
     bool m_areaShortcutTaken = false;
 };

@@ -1,7 +1,7 @@
 #include "app/workflow/AppModel.h"
 
+#include "FakeCaptureBackend.h"
 #include "TestSupport.h"
-#include "X11TestDesktop.h"
 #include "app/BackendChoice.h"
 #include "app/shell/TrayController.h"
 #include "base/ImageExport.h"
@@ -23,14 +23,17 @@
 
 #include <QAbstractButton>
 #include <QClipboard>
+#include <QDir>
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QMenu>
 #include <QMimeData>
+#include <QSet>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 using namespace qm;
 
@@ -43,15 +46,45 @@ public:
     std::vector<SystemSound> heard;
 };
 
+// A small file system of its own (we run as root here and in CI); not mounted when refused.
+class ScratchMount {
+public:
+    explicit ScratchMount(const QString& options) {
+        m_mounted = test::run(QStringLiteral("mount"),
+                              {QStringLiteral("-t"), QStringLiteral("tmpfs"), QStringLiteral("-o"),
+                               options, QStringLiteral("tmpfs"), m_dir.path()})
+                        .exitCode == 0;
+    }
+    ~ScratchMount() {
+        if (m_mounted)
+            test::run(QStringLiteral("umount"), {m_dir.path()});
+    }
+    bool ok() const { return m_mounted; }
+    QString path() const { return m_dir.path(); }
+    // Takes every free byte, leaving a folder to save into.
+    QString fill() const {
+        const QString folder = QDir(m_dir.path()).filePath(QStringLiteral("Shots"));
+        QDir().mkpath(folder);
+        QFile filler(QDir(m_dir.path()).filePath(QStringLiteral("filler")));
+        if (filler.open(QIODevice::WriteOnly))
+            while (filler.write(QByteArray(4096, 'x')) == 4096 && filler.flush()) {
+            }
+        return folder;
+    }
+
+private:
+    QTemporaryDir m_dir;
+    bool m_mounted = false;
+};
+
 class AppModelTest : public ::testing::Test {
 protected:
     QTemporaryDir dir;
     IniSettingsStore store{dir.filePath(QStringLiteral("Quillmark.conf"))};
     Preferences prefs{store};
-    std::unique_ptr<platform::ScreenCaptureBackend> backend =
-        platform::createScreenCaptureBackend();
-    ShareableContentCache cache{*backend};
-    ScreenCaptureManager capture{*backend, cache};
+    test::FakeCaptureBackend backend;
+    ShareableContentCache cache{backend};
+    ScreenCaptureManager capture{backend, cache};
     std::unique_ptr<GlobalShortcutBackend> shortcuts = createGlobalShortcutBackend();
     HotkeyManager hotkeys{*shortcuts};
     HeardSounds sounds;
@@ -71,6 +104,14 @@ protected:
     bool waitForStatus() {
         return test::waitUntil([&] { return !model->lastStatus().isEmpty(); });
     }
+    static QByteArray contents(const QString& path) {
+        QFile file(path);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+    static QByteArray clipboardPng() {
+        const QMimeData* data = QGuiApplication::clipboard()->mimeData();
+        return data ? data->data(QStringLiteral("image/png")) : QByteArray();
+    }
 };
 
 TEST_F(AppModelTest, ACaptureIsCopiedAnnouncedAndSaved) {
@@ -89,7 +130,27 @@ TEST_F(AppModelTest, ACaptureIsCopiedAnnouncedAndSaved) {
     EXPECT_EQ(revisions.count(), 1);
     EXPECT_EQ(sounds.heard, std::vector<SystemSound>{SystemSound::Capture});
     EXPECT_EQ(toastText(), QStringLiteral("Saved to Shots"));
-    EXPECT_TRUE(QGuiApplication::clipboard()->mimeData()->hasFormat(QStringLiteral("image/png")));
+    // One grab of the screen, encoded once: the clipboard holds the very bytes of the file.
+    EXPECT_EQ(backend.count(QStringLiteral("grabDisplay")), 1);
+    EXPECT_TRUE(backend.calls.contains(QStringLiteral("grabDisplay 0,0 1280x800")));
+    EXPECT_EQ(clipboardPng(), contents(*model->lastSavedURL()));
+    EXPECT_EQ(QImage(*model->lastSavedURL()).pixel(300, 200),
+              test::FakeCaptureBackend::pixelAt(300, 200));
+}
+
+TEST_F(AppModelTest, CapturesInQuickSuccessionEachGetTheirOwnFile) {
+    QStringList paths;
+    QObject::connect(model.get(), &AppModel::lastSavedURLChanged, model.get(),
+                     [&] { paths << *model->lastSavedURL(); });
+    for (int i = 0; i < 3; ++i) {
+        model->perform(CaptureKind::Fullscreen);
+        ASSERT_TRUE(test::waitUntil([&] { return !model->isCapturing(); }));
+    }
+    ASSERT_TRUE(test::waitUntil([&] { return paths.size() == 3; }));
+    EXPECT_EQ(QSet<QString>(paths.begin(), paths.end()).size(), 3);
+    EXPECT_EQ(QDir(prefs.outputDirectory()).entryList(QDir::Files).size(), 3);
+    for (const QString& path : paths)
+        EXPECT_EQ(QImage(path).size(), QSize(1280, 800)) << path.toStdString();
 }
 
 TEST_F(AppModelTest, WithTheEditorOnTheEditedImageIsWhatGetsSaved) {
@@ -130,6 +191,18 @@ TEST_F(AppModelTest, EditingASavedCaptureWritesItBack) {
     EXPECT_GT(QImage(*path).width(), 200);
     EXPECT_EQ(toastText(), QStringLiteral("Saved"));
     EXPECT_EQ(sounds.heard, std::vector<SystemSound>{SystemSound::Capture});
+}
+
+TEST_F(AppModelTest, WithCardsTheClipboardTheCardAndTheFileShareOneEncoding) {
+    prefs.setShowQuickAccessOverlay(true);
+    model->configure();
+    model->perform(CaptureKind::Fullscreen);
+    ASSERT_TRUE(test::waitUntil([&] { return model->libraryRevision() == 1; }));
+    ASSERT_EQ(cards.items().size(), 1u);
+    const QByteArray file = contents(*model->lastSavedURL());
+    EXPECT_FALSE(file.isEmpty());
+    EXPECT_EQ(cards.items().front()->png, file);
+    EXPECT_EQ(clipboardPng(), file);
 }
 
 TEST_F(AppModelTest, WithCardsOnACaptureBecomesACardThatSavesItself) {
@@ -174,7 +247,7 @@ TEST_F(AppModelTest, WithCardsOnACaptureBecomesACardThatSavesItself) {
               QImage(*model->lastSavedURL()).convertToFormat(QImage::Format_RGB32));
 }
 
-TEST_F(AppModelTest, AFailedSaveStillReportsTheCaptureAsCopied) {
+TEST_F(AppModelTest, AFailedSaveStillReportsTheCaptureAsCopiedAndSaysWhyItWasNotSaved) {
     prefs.setCopyToClipboardAfterCapture(false);
     prefs.setPlayCaptureSound(false);
     // A file where the folder should be: the disk refuses the save.
@@ -186,11 +259,64 @@ TEST_F(AppModelTest, AFailedSaveStillReportsTheCaptureAsCopied) {
     model->perform(CaptureKind::Fullscreen);
     ASSERT_TRUE(waitForStatus());
     EXPECT_EQ(model->lastStatus(), QStringLiteral("Full screen captured (copied to clipboard)"));
-    EXPECT_EQ(toastText(), QStringLiteral("Copied"));
+    EXPECT_EQ(toastText(),
+              QStringLiteral("Could not save: a file is in the way of the folder “blocker”"));
     EXPECT_TRUE(log.contains(QStringLiteral("Quillmark save error: ")));
     EXPECT_FALSE(model->lastSavedURL());
     EXPECT_EQ(model->libraryRevision(), 0);
     EXPECT_TRUE(sounds.heard.empty());
+}
+
+// A capture that cannot be saved stays on the clipboard and in its card, and the toast says why.
+TEST_F(AppModelTest, ACaptureThatCannotBeSavedStaysOnTheClipboardAndInItsCard) {
+    ScratchMount full(QStringLiteral("size=64k"));
+    if (!full.ok())
+        GTEST_SKIP() << "mounting a small tmpfs was refused (needs root)";
+    // Root writes into any folder whatever its mode, so a read-only one is a read-only mount.
+    const bool root = geteuid() == 0;
+    ScratchMount readOnlyMount(QStringLiteral("size=16k,ro"));
+    QTemporaryDir readOnlyFolder;
+    QString readOnly = readOnlyMount.path();
+    QString readOnlyReason = QStringLiteral("the disk is read-only");
+    if (!root) {
+        readOnly = readOnlyFolder.path();
+        QFile::setPermissions(readOnly, QFile::ReadOwner | QFile::ExeOwner);
+        readOnlyReason =
+            QStringLiteral("the folder “%1” is read-only").arg(QFileInfo(readOnly).fileName());
+    }
+    ASSERT_TRUE(!root || readOnlyMount.ok());
+
+    prefs.setShowQuickAccessOverlay(true);
+    model->configure();
+    for (const auto& [folder, reason] : {std::pair{full.fill(), QStringLiteral("the disk is full")},
+                                         std::pair{readOnly, readOnlyReason}}) {
+        prefs.setOutputDirectory(folder);
+        test::run(QStringLiteral("xclip"),
+                  {QStringLiteral("-selection"), QStringLiteral("clipboard"),
+                   QStringLiteral("/dev/null")});
+        const size_t before = cards.items().size();
+        model->perform(CaptureKind::Fullscreen);
+        const QString expected = QStringLiteral("Could not save: ") + reason;
+        ASSERT_TRUE(test::waitUntil([&] { return toastText() == expected; }))
+            << toastText().toStdString() << " / " << model->lastStatus().toStdString();
+        EXPECT_EQ(model->libraryRevision(), 0);
+        EXPECT_FALSE(model->lastSavedURL());
+        EXPECT_TRUE(QDir(folder).entryList(QDir::Files | QDir::Hidden).isEmpty());
+
+        ASSERT_EQ(cards.items().size(), before + 1);
+        const auto card = cards.items().back();
+        EXPECT_TRUE(card->panel && card->panel->isVisible());
+        EXPECT_FALSE(card->savedURL);
+        EXPECT_EQ(card->saveError, reason);
+        const auto clip =
+            test::run(QStringLiteral("xclip"),
+                      {QStringLiteral("-selection"), QStringLiteral("clipboard"),
+                       QStringLiteral("-t"), QStringLiteral("image/png"), QStringLiteral("-o")});
+        const QImage copied = QImage::fromData(clip.out, "PNG");
+        ASSERT_EQ(copied.size(), QSize(1280, 800));
+        EXPECT_EQ(copied.pixel(640, 400), test::FakeCaptureBackend::pixelAt(640, 400));
+        EXPECT_EQ(clip.out, card->png);
+    }
 }
 
 TEST_F(AppModelTest, AFailingGrabIsReportedWithItsReason) {
@@ -198,6 +324,7 @@ TEST_F(AppModelTest, AFailingGrabIsReportedWithItsReason) {
     ShareableContentCache nullCache{refusing};
     ScreenCaptureManager nullCapture{refusing, nullCache};
     AppModel failing({prefs, nullCapture, nullCache, hotkeys, sounds, toasts, cards});
+    backend.calls.clear();
 
     test::LogCapture log;
     failing.perform(CaptureKind::Region);
@@ -207,6 +334,7 @@ TEST_F(AppModelTest, AFailingGrabIsReportedWithItsReason) {
     EXPECT_TRUE(
         log.contains(QStringLiteral("Quillmark capture error: Screen capture is switched off.")));
     EXPECT_FALSE(failing.isCapturing());
+    EXPECT_TRUE(backend.calls.isEmpty());
 }
 
 TEST_F(AppModelTest, OneSelectionAtATimeAndCancelling) {
@@ -219,6 +347,8 @@ TEST_F(AppModelTest, OneSelectionAtATimeAndCancelling) {
     EXPECT_EQ(model->overlay().view(), first);
     EXPECT_FALSE(model->countdown().isRunning());
 
+    // One frozen screen for the one selection.
+    EXPECT_EQ(backend.count(QStringLiteral("grabDisplay")), 1);
     model->overlay().cancel();
     ASSERT_TRUE(test::waitUntil([&] { return model->lastStatus() == QLatin1String("Cancelled"); }));
     EXPECT_FALSE(model->isCapturing());

@@ -1,5 +1,6 @@
 #include "TestSupport.h"
 #include "X11TestDesktop.h"
+#include "base/ImageExport.h"
 #include "platform/shortcuts/x11/X11GlobalShortcuts.h"
 
 #include <QDir>
@@ -8,7 +9,6 @@
 #include <QProcess>
 #include <QSettings>
 #include <QTest>
-#include <QTime>
 #include <gtest/gtest.h>
 
 using namespace qm;
@@ -24,13 +24,6 @@ QStringList captures() {
     for (QString& f : files)
         f = QDir(kPictures).filePath(f);
     return files; // newest first
-}
-
-// Captures within one second share a name and replace each other, so a test that wants a
-// new file waits for the next second first.
-void nextSecond() {
-    const int now = QTime::currentTime().second();
-    test::waitUntil([&] { return QTime::currentTime().second() != now; }, 2s);
 }
 
 // Waits for the number of saved captures to reach `count`, and returns the newest.
@@ -148,7 +141,6 @@ TEST_F(CaptureWorkflow, ShortcutsCaptureTheScreenAnAreaAndAWindow) {
               screen.convertToFormat(QImage::Format_RGB32));
 
     // An area dragged after the area shortcut; a second quick press opens no second overlay.
-    nextSecond();
     // The capture flash covers the screen for a moment; wait until it is gone.
     ASSERT_TRUE(test::waitUntil([] { return overlaysShown() == 0; }));
     key(QStringLiteral("ctrl+shift+4"));
@@ -173,7 +165,6 @@ TEST_F(CaptureWorkflow, ShortcutsCaptureTheScreenAnAreaAndAWindow) {
     ASSERT_TRUE(window.ok());
     window.activate();
     const QRect client = window.geometry();
-    nextSecond();
     ASSERT_TRUE(test::waitUntil([] { return overlaysShown() == 0; }));
     key(QStringLiteral("ctrl+shift+4"));
     ASSERT_TRUE(test::waitUntil([] { return overlaysShown() == 1; }));
@@ -210,7 +201,6 @@ TEST_F(CaptureWorkflow, CommandLineAndSessionBusReachTheOneInstance) {
         ASSERT_TRUE(first.ready());
 
         // Running: a second command hands over its capture and ends at once.
-        nextSecond();
         const auto second = test::run(QStringLiteral(QUILLMARK_BINARY),
                                       {QStringLiteral("capture"), QStringLiteral("fullscreen")});
         EXPECT_EQ(second.exitCode, 0) << second.err.constData();
@@ -220,7 +210,6 @@ TEST_F(CaptureWorkflow, CommandLineAndSessionBusReachTheOneInstance) {
         EXPECT_EQ(test::run(QStringLiteral(QUILLMARK_BINARY), {}).exitCode, 0);
         EXPECT_EQ(first.process().state(), QProcess::Running);
 
-        nextSecond();
         const QStringList call{
             QStringLiteral("call"),          QStringLiteral("--session"),
             QStringLiteral("--dest"),        QStringLiteral("com.quillworks.Quillmark"),
@@ -245,6 +234,108 @@ TEST_F(CaptureWorkflow, CommandLineAndSessionBusReachTheOneInstance) {
     EXPECT_EQ(wrong.exitCode, 2);
     EXPECT_EQ(wrong.err.count('\n'), 1);
     EXPECT_TRUE(wrong.err.contains("delay"));
+}
+
+QRect geometryOf(const QString& id) {
+    const auto shell = test::run(QStringLiteral("xdotool"), {QStringLiteral("getwindowgeometry"),
+                                                             QStringLiteral("--shell"), id});
+    QRect r;
+    for (const QString& line : QString::fromLatin1(shell.out).split(u'\n')) {
+        const int v = line.section(u'=', 1).toInt();
+        if (line.startsWith(QLatin1String("X=")))
+            r.moveLeft(v);
+        else if (line.startsWith(QLatin1String("Y=")))
+            r.moveTop(v);
+        else if (line.startsWith(QLatin1String("WIDTH=")))
+            r.setWidth(v);
+        else if (line.startsWith(QLatin1String("HEIGHT=")))
+            r.setHeight(v);
+    }
+    return r;
+}
+
+// The capture cards on screen: our windows of a card's size.
+std::vector<QRect> cardsShown() {
+    const auto found = test::run(QStringLiteral("xdotool"),
+                                 {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                                  QStringLiteral("--classname"), QStringLiteral("quillmark")});
+    std::vector<QRect> cards;
+    for (const QString& id : QString::fromLatin1(found.out).split(u'\n', Qt::SkipEmptyParts))
+        if (const QRect r = geometryOf(id); r.size() == QSize(256, 176))
+            cards.push_back(r);
+    return cards;
+}
+
+TEST_F(CaptureWorkflow, QuickCapturesNeverReplaceEachOtherAndTrashTakesOnlyItsOwnFile) {
+    // Cards stay until closed.
+    QSettings(QDir::homePath() + QStringLiteral("/.config/quillworks/Quillmark.conf"),
+              QSettings::IniFormat)
+        .setValue(QStringLiteral("afterCapture.overlayDismiss"), 0);
+    Program app;
+    ASSERT_TRUE(app.ready());
+
+    // Files under the names the next seconds give: every capture must find another name.
+    QDir().mkpath(kPictures);
+    QStringList placeholders;
+    const QDateTime now = QDateTime::currentDateTime();
+    for (int second = 0; second < 5; ++second) {
+        const QString path = QDir(kPictures).filePath(ImageExport::fileName(
+            ImageExport::screenshotPrefix, QStringLiteral(".png"), now.addSecs(second)));
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write("not a capture");
+        placeholders << path;
+    }
+    auto newCaptures = [&] {
+        QStringList files = captures();
+        for (const QString& p : placeholders)
+            files.removeAll(p);
+        return files;
+    };
+
+    // Shortcut, command line, shortcut: one right after the other.
+    key(QStringLiteral("ctrl+shift+9"));
+    ASSERT_TRUE(test::waitUntil([&] { return newCaptures().size() == 1; }))
+        << app.log().toStdString();
+    EXPECT_EQ(test::run(QStringLiteral(QUILLMARK_BINARY),
+                        {QStringLiteral("capture"), QStringLiteral("fullscreen")})
+                  .exitCode,
+              0);
+    ASSERT_TRUE(test::waitUntil([&] { return newCaptures().size() == 2; }));
+    key(QStringLiteral("ctrl+shift+9"));
+    ASSERT_TRUE(test::waitUntil([&] { return newCaptures().size() == 3; }));
+
+    const QStringList shots = newCaptures();
+    for (const QString& shot : shots) {
+        const QImage image(shot);
+        EXPECT_EQ(image.size(), QSize(1280, 800)) << shot.toStdString();
+    }
+    // A taken name gets a number.
+    EXPECT_TRUE(std::any_of(shots.begin(), shots.end(), [](const QString& shot) {
+        return shot.endsWith(QLatin1String(" 2.png"));
+    })) << shots.join(u',').toStdString();
+    for (const QString& placeholder : placeholders) {
+        QFile file(placeholder);
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+        EXPECT_EQ(file.readAll(), QByteArray("not a capture"));
+    }
+
+    // Trashing the middle card takes its file alone.
+    std::vector<QRect> cards;
+    ASSERT_TRUE(test::waitUntil([&] { return (cards = cardsShown()).size() == 3; }));
+    std::sort(cards.begin(), cards.end(), [](QRect a, QRect b) { return a.y() < b.y(); });
+    const QPoint trashButton = cards[1].topLeft() + QPoint(192, 147);
+    xdotool({QStringLiteral("mousemove"), QString::number(trashButton.x()),
+             QString::number(trashButton.y()), QStringLiteral("click"), QStringLiteral("1")});
+    ASSERT_TRUE(test::waitUntil([&] { return newCaptures().size() == 2; }));
+    ASSERT_TRUE(test::waitUntil([&] { return cardsShown().size() == 2; }));
+    const QString trashed = *std::find_if(shots.begin(), shots.end(),
+                                          [](const QString& s) { return !QFile::exists(s); });
+    const QString listed = QString::fromUtf8(test::run(QStringLiteral("trash-list"), {}).out);
+    EXPECT_TRUE(listed.contains(trashed)) << listed.toStdString();
+    EXPECT_EQ(listed.count(kPictures), 1) << listed.toStdString();
+    for (const QString& shot : newCaptures())
+        EXPECT_EQ(QImage(shot).size(), QSize(1280, 800));
 }
 
 // The visible window with this title: its id and geometry.

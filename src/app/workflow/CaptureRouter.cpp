@@ -1,0 +1,151 @@
+#include "app/workflow/CaptureRouter.h"
+
+#include "app/workflow/EditorWindows.h"
+#include "base/BackgroundExport.h"
+#include "base/ImageExport.h"
+#include "base/Preferences.h"
+#include "cards/FloatingShotManager.h"
+#include "ocr/TextRecognizer.h"
+#include "platform/sound/api/SoundPlayer.h"
+#include "ui/ToastCenter.h"
+
+#include <QFileInfo>
+#include <QFutureWatcher>
+#include <QImageReader>
+
+namespace qm {
+
+namespace {
+const QString kSavedSymbol = QStringLiteral("square.and.arrow.down");
+const QString kFailedSymbol = QStringLiteral("exclamationmark.triangle.fill");
+} // namespace
+
+CaptureRouter::CaptureRouter(Preferences& preferences, SoundPlayer& sounds, ToastCenter& toasts,
+                             FloatingShotManager& cards, EditorWindows& editors, Report report,
+                             QObject* parent)
+    : QObject(parent)
+    , m_preferences(preferences)
+    , m_sounds(sounds)
+    , m_toasts(toasts)
+    , m_cards(cards)
+    , m_editors(editors)
+    , m_report(std::move(report)) {}
+
+void CaptureRouter::connectCards() {
+    m_cards.onSaved = [this](const QString& path) {
+        m_report.saved(path);
+        m_report.status(QStringLiteral("Saved → ") + QFileInfo(path).fileName());
+    };
+    m_cards.onLibraryChanged = [this] { m_report.libraryChanged(); };
+    m_cards.onAnnotate = [this](const QImage& image, std::function<void(const QImage&)> done) {
+        m_editors.open(image, [done = std::move(done)](std::optional<QImage> edited) {
+            if (edited && done)
+                done(*edited);
+        });
+    };
+    m_cards.onRecognizeText = [this](const QImage& image,
+                                     std::function<void(std::optional<QString>)> done) {
+        auto* watcher = new QFutureWatcher<Result<QString>>(this);
+        connect(watcher, &QFutureWatcherBase::finished, this, [watcher, done = std::move(done)] {
+            const Result<QString> text = watcher->result();
+            done(text.ok() && !text->isEmpty() ? std::optional<QString>(*text) : std::nullopt);
+            watcher->deleteLater();
+        });
+        watcher->setFuture(TextRecognizer::textAsync(image));
+    };
+}
+
+void CaptureRouter::finish(const QImage& image, const QString& label) {
+    if (m_preferences.playCaptureSound())
+        m_sounds.play(SystemSound::Capture);
+
+    if (m_preferences.openEditorAfterCapture()) {
+        if (m_preferences.copyToClipboardAfterCapture())
+            copyWhenEncoded(image);
+        m_editors.open(image, [this, label](std::optional<QImage> edited) {
+            if (edited)
+                finishEdited(*edited, label);
+        });
+        m_report.status(label + QStringLiteral(" captured — editing"));
+        return;
+    }
+    if (m_preferences.showQuickAccessOverlay()) {
+        // The card saves the file itself and reports it through onSaved.
+        present(image);
+        m_report.status(label + QStringLiteral(" captured — pinned to screen"));
+        return;
+    }
+    saveNow(image, label);
+}
+
+void CaptureRouter::finishEdited(const QImage& image, const QString& label) {
+    if (m_preferences.showQuickAccessOverlay())
+        return present(image);
+    saveNow(image, label);
+}
+
+void CaptureRouter::copyWhenEncoded(const QImage& image) {
+    BackgroundExport::encode(image, this, [image](const Result<QByteArray>& png) {
+        ImageExport::copyToPasteboard(image, png.valueOr({}));
+    });
+}
+
+void CaptureRouter::present(const QImage& image) {
+    std::function<void(const QByteArray&)> onEncoded;
+    if (m_preferences.copyToClipboardAfterCapture())
+        onEncoded = [image](const QByteArray& png) { ImageExport::copyToPasteboard(image, png); };
+    m_cards.present(image, std::move(onEncoded));
+}
+
+void CaptureRouter::saveNow(const QImage& image, const QString& label) {
+    const bool copy = m_preferences.copyToClipboardAfterCapture();
+    BackgroundExport::encodeAndSave(
+        image, m_preferences.outputDirectory(), this,
+        {[image, copy](const QByteArray& png) {
+             if (copy)
+                 ImageExport::copyToPasteboard(image, png);
+         },
+         [this, label](const Result<QString>& saved) {
+             if (!saved) {
+                 // The status keeps its wording whatever the clipboard setting; the toast
+                 // says what went wrong.
+                 m_report.status(label + QStringLiteral(" captured (copied to clipboard)"));
+                 m_toasts.present(QStringLiteral("Could not save: ") + saved.error().reason,
+                                  kFailedSymbol, ToastCenter::Style::Error);
+                 return;
+             }
+             m_report.saved(*saved);
+             m_report.status(label + QStringLiteral(" saved → ") + QFileInfo(*saved).fileName());
+             m_toasts.present(QStringLiteral("Saved to ") +
+                                  QFileInfo(QFileInfo(*saved).absolutePath()).fileName(),
+                              kSavedSymbol);
+         }});
+}
+
+void CaptureRouter::editFile(const QString& path) {
+    QImageReader reader(path);
+    reader.setAutoTransform(true);
+    const QImage image = reader.read();
+    if (image.isNull()) {
+        m_report.status(QStringLiteral("Cannot open ") + QFileInfo(path).fileName());
+        return;
+    }
+    m_editors.open(image, [this, path](std::optional<QImage> edited) {
+        if (!edited)
+            return;
+        BackgroundExport::overwrite(
+            *edited, path, this, [this, path](const Result<QByteArray>& png) {
+                if (!png) {
+                    m_report.status(QStringLiteral("Could not save ") + QFileInfo(path).fileName());
+                    m_toasts.present(QStringLiteral("Could not save: ") + png.error().reason,
+                                     kFailedSymbol, ToastCenter::Style::Error);
+                    return;
+                }
+                m_sounds.play(SystemSound::Capture);
+                m_toasts.present(QStringLiteral("Saved"), kSavedSymbol);
+                m_report.libraryChanged();
+            });
+    });
+}
+
+} // namespace qm

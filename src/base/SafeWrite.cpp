@@ -1,0 +1,186 @@
+#include "base/SafeWrite.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRandomGenerator>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace qm::SafeWrite {
+
+namespace {
+
+// Closes the descriptor and removes the temporary file unless it was handed on.
+class TemporaryFile {
+public:
+    explicit TemporaryFile(const QString& folder) {
+        // open(O_EXCL) with the ordinary mode lets the umask decide the permissions, as for any
+        // file the user creates; a few random names are enough to miss a leftover.
+        for (int attempt = 0; attempt < 16; ++attempt) {
+            m_path = QDir(folder).filePath(
+                QStringLiteral(".Quillmark-%1.part")
+                    .arg(QRandomGenerator::global()->generate64(), 16, 16, QLatin1Char('0')));
+            m_fd = ::open(QFile::encodeName(m_path).constData(),
+                          O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+            if (m_fd >= 0 || errno != EEXIST)
+                break;
+        }
+        m_error = m_fd < 0 ? errno : 0;
+    }
+    ~TemporaryFile() {
+        if (m_fd >= 0)
+            ::close(m_fd);
+        if (!m_released)
+            ::unlink(QFile::encodeName(m_path).constData());
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+    int openError() const { return m_error; }
+    int fd() const { return m_fd; }
+    QByteArray nativePath() const { return QFile::encodeName(m_path); }
+    void release() { m_released = true; }
+
+    // Writes everything and flushes it to the disk; 0 or the errno. Some file systems only
+    // report a full disk when the data is flushed or the file closed, so both are checked.
+    int writeAll(const QByteArray& bytes) {
+        const char* data = bytes.constData();
+        qsizetype left = bytes.size();
+        while (left > 0) {
+            const ssize_t written = ::write(m_fd, data, size_t(left));
+            if (written < 0) {
+                if (errno == EINTR)
+                    continue;
+                return errno;
+            }
+            data += written;
+            left -= written;
+        }
+        if (::fdatasync(m_fd) != 0 && errno != EINVAL)
+            return errno;
+        const int fd = m_fd;
+        m_fd = -1;
+        if (::close(fd) != 0 && errno != EINTR)
+            return errno;
+        return 0;
+    }
+
+private:
+    QString m_path;
+    int m_fd = -1;
+    int m_error = 0;
+    bool m_released = false;
+};
+
+// Gives the temporary file the name unless something already has it: EEXIST then.
+int claimName(const QByteArray& from, const QByteArray& to) {
+    if (::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) == 0)
+        return 0;
+    if (errno != EINVAL && errno != ENOSYS)
+        return errno;
+    // File systems without an exclusive rename still refuse to link over an existing name.
+    if (::link(from.constData(), to.constData()) != 0)
+        return errno;
+    ::unlink(from.constData());
+    return 0;
+}
+
+QString folderName(const QString& folder) {
+    const QString name = QFileInfo(folder).fileName();
+    return name.isEmpty() ? folder : name;
+}
+
+} // namespace
+
+QString describeErrno(int error, const QString& folder) {
+    const QString where = folder.isEmpty()
+                              ? QStringLiteral("the folder")
+                              : QStringLiteral("the folder “%1”").arg(folderName(folder));
+    switch (error) {
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+        return QStringLiteral("the disk is full");
+    case EROFS:
+        return QStringLiteral("the disk is read-only");
+    case EACCES:
+    case EPERM:
+        return where + QStringLiteral(" is read-only");
+    case ENOTDIR:
+        return QStringLiteral("a file is in the way of ") + where;
+    case ENOENT:
+        return where + QStringLiteral(" does not exist");
+    case ENAMETOOLONG:
+        return QStringLiteral("the file name is too long");
+    case EIO:
+        return QStringLiteral("the disk reported a read or write error");
+    default:
+        return QString::fromLocal8Bit(std::strerror(error)).toLower();
+    }
+}
+
+Status ensureFolder(const QString& folder) {
+    if (QFileInfo(folder).isDir())
+        return {};
+    // Walk up to the first part that exists: a file there is in the way.
+    QString existing = QDir::cleanPath(QDir(folder).absolutePath());
+    while (!QFileInfo::exists(existing) && existing != QLatin1String("/"))
+        existing = QFileInfo(existing).absolutePath();
+    if (!QFileInfo(existing).isDir())
+        return failure(
+            QStringLiteral("a file is in the way of the folder “%1”").arg(folderName(existing)));
+    errno = 0;
+    if (QDir().mkpath(folder))
+        return {};
+    const int error = errno;
+    return failure(describeErrno(error ? error : EACCES, existing));
+}
+
+Result<QString> writeNewFile(const QString& folder, const QString& stem, const QString& extension,
+                             const QByteArray& bytes) {
+    if (Status made = ensureFolder(folder); !made)
+        return made.error();
+    TemporaryFile temporary(folder);
+    if (temporary.openError())
+        return failure(describeErrno(temporary.openError(), folder));
+    if (const int error = temporary.writeAll(bytes))
+        return failure(describeErrno(error, folder));
+    const QDir dir(folder);
+    for (int number = 1; number < 10000; ++number) {
+        const QString name = number == 1
+                                 ? stem + extension
+                                 : stem + QLatin1Char(' ') + QString::number(number) + extension;
+        const QString path = dir.filePath(name);
+        const int error = claimName(temporary.nativePath(), QFile::encodeName(path));
+        if (error == 0) {
+            temporary.release();
+            return path;
+        }
+        if (error != EEXIST)
+            return failure(describeErrno(error, folder));
+    }
+    return failure(QStringLiteral("every name for the capture is taken"));
+}
+
+Status replaceFile(const QString& path, const QByteArray& bytes) {
+    const QString folder = QFileInfo(path).absolutePath();
+    TemporaryFile temporary(folder);
+    if (temporary.openError())
+        return failure(describeErrno(temporary.openError(), folder));
+    struct stat existing {};
+    if (::stat(QFile::encodeName(path).constData(), &existing) == 0)
+        ::fchmod(temporary.fd(), existing.st_mode & 07777);
+    if (const int error = temporary.writeAll(bytes))
+        return failure(describeErrno(error, folder));
+    if (::rename(temporary.nativePath().constData(), QFile::encodeName(path).constData()) != 0)
+        return failure(describeErrno(errno, folder));
+    temporary.release();
+    return {};
+}
+
+} // namespace qm::SafeWrite

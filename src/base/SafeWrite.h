@@ -1,0 +1,31 @@
+#pragma once
+
+#include "base/Result.h"
+
+#include <QByteArray>
+#include <QString>
+
+// Writing files so that a capture is never lost or overwritten: new files claim a free name
+// atomically, existing files are replaced in one step, and every failure says why in words.
+namespace qm::SafeWrite {
+
+// One sentence for an errno value ("the disk is full"), naming the folder where that helps.
+QString describeErrno(int error, const QString& folder = {});
+
+// Creates the folder and its parents. Fails with the reason when a file stands where a folder
+// should be, or the disk refuses.
+Status ensureFolder(const QString& folder);
+
+// Writes the bytes as a new file "<stem><extension>" in the folder, or "<stem> 2<extension>",
+// "<stem> 3<extension>", … when that name is taken: the bytes go to a hidden temporary file in
+// the folder first, are flushed to disk, and only then claim the name, exclusively, so two
+// writers (threads or processes) never get the same name and a crash never leaves a partial
+// file under it. Returns the path written.
+Result<QString> writeNewFile(const QString& folder, const QString& stem, const QString& extension,
+                             const QByteArray& bytes);
+
+// Replaces the file's contents in one step (a temporary file renamed over it), keeping its
+// permissions. Readers see the old or the new contents, never a mix.
+Status replaceFile(const QString& path, const QByteArray& bytes);
+
+} // namespace qm::SafeWrite

@@ -1,0 +1,255 @@
+#include "cards/CardActions.h"
+
+#include "base/BackgroundExport.h"
+#include "base/ImageExport.h"
+#include "base/Log.h"
+#include "base/Preferences.h"
+#include "cards/FloatingShotView.h"
+#include "platform/desktop/Reveal.h"
+#include "ui/ToastCenter.h"
+
+#include <QClipboard>
+#include <QFile>
+#include <QFileInfo>
+#include <QGuiApplication>
+#include <QImageReader>
+#include <QPointer>
+
+namespace qm {
+
+namespace {
+const QString kSavedSymbol = QStringLiteral("square.and.arrow.down");
+const QString kCopySymbol = QStringLiteral("doc.on.doc");
+const QString kFailedSymbol = QStringLiteral("exclamationmark.triangle.fill");
+} // namespace
+
+CardActions::CardActions(Preferences& preferences, ToastCenter& toasts, Hooks hooks,
+                         QObject* parent)
+    : QObject(parent)
+    , m_preferences(preferences)
+    , m_toasts(toasts)
+    , m_hooks(std::move(hooks)) {}
+
+QImage CardActions::fullResolution(const FloatingShotItem& item) {
+    if (!item.fullImage.isNull())
+        return item.fullImage;
+    if (item.savedURL) {
+        QImageReader reader(*item.savedURL);
+        if (QImage image = reader.read(); !image.isNull())
+            return image;
+    }
+    return item.displayImage;
+}
+
+void CardActions::toastFailure(const QString& reason) {
+    m_toasts.present(QStringLiteral("Could not save: ") + reason, kFailedSymbol,
+                     ToastCenter::Style::Error);
+}
+
+void CardActions::saveFirst(const Item& item, std::function<void(const QByteArray&)> onEncoded) {
+    writeNew(item, std::move(onEncoded));
+}
+
+void CardActions::writeNew(const Item& item, std::function<void(const QByteArray&)> onEncoded) {
+    item->saving = true;
+    const int revision = item->imageRevision;
+    // The write holds its card, closed or not: a card trashed meanwhile still needs its file
+    // moved to the Trash when the write ends.
+    auto finished = [this, item, revision](const Result<QString>& path) {
+        finishNew(item, revision, path);
+    };
+    const QString folder = m_preferences.outputDirectory();
+    if (!item->png.isEmpty()) {
+        BackgroundExport::save(item->png, folder, this, std::move(finished));
+        return;
+    }
+    BackgroundExport::encodeAndSave(
+        fullResolution(*item), folder, this,
+        {[item, revision, onEncoded = std::move(onEncoded)](const QByteArray& png) {
+             if (item->imageRevision == revision)
+                 item->png = png;
+             if (onEncoded)
+                 onEncoded(png);
+         },
+         std::move(finished)});
+}
+
+void CardActions::finishNew(const Item& item, int revision, const Result<QString>& path) {
+    item->saving = false;
+    if (!path) {
+        // Logged by the writer; actions that need the file try again.
+        item->saveError = path.error().reason;
+        if (!item->trashed)
+            toastFailure(path.error().reason);
+        return release(item, std::nullopt);
+    }
+    if (item->trashed) {
+        moveToTrash(*path);
+        return release(item, std::nullopt);
+    }
+    item->saveError.reset();
+    item->savedURL = *path;
+    item->savedRevision = revision;
+    m_hooks.saved(*path);
+    const QString folder = QFileInfo(QFileInfo(*path).absolutePath()).fileName();
+    m_toasts.present(QStringLiteral("Saved to ") + folder, kSavedSymbol);
+    writeNewerImage(item);
+}
+
+void CardActions::writeOver(const Item& item) {
+    item->saving = true;
+    const int revision = item->imageRevision;
+    BackgroundExport::overwrite(
+        fullResolution(*item), *item->savedURL, this,
+        [this, item, revision](const Result<QByteArray>& png) { finishOver(item, revision, png); });
+}
+
+void CardActions::finishOver(const Item& item, int revision, const Result<QByteArray>& png) {
+    item->saving = false;
+    if (item->trashed) {
+        if (moveToTrash(*item->savedURL))
+            m_hooks.libraryChanged();
+        return release(item, std::nullopt);
+    }
+    if (!png) {
+        toastFailure(png.error().reason);
+    } else {
+        item->savedRevision = revision;
+        if (item->imageRevision == revision)
+            item->png = *png;
+        m_hooks.libraryChanged();
+        m_toasts.present(QStringLiteral("Saved"), kSavedSymbol);
+    }
+    writeNewerImage(item);
+}
+
+// After a write: the image may have changed meanwhile, else whoever waited gets the file.
+void CardActions::writeNewerImage(const Item& item) {
+    if (item->savedURL && item->savedRevision != item->imageRevision && !item->trashed)
+        return writeOver(item);
+    release(item, item->savedURL);
+}
+
+void CardActions::release(const Item& item, std::optional<QString> path) {
+    auto waiting = std::exchange(item->waitingForFile, {});
+    for (auto& callback : waiting)
+        callback(path);
+}
+
+void CardActions::whenSaved(const Item& item, FileCallback callback) {
+    if (item->trashed)
+        return callback(std::nullopt);
+    if (item->saving) {
+        item->waitingForFile.push_back(std::move(callback));
+        return;
+    }
+    if (item->savedURL && QFileInfo(*item->savedURL).isFile())
+        return callback(item->savedURL);
+    // The first save failed, or the file went away since: save the capture anew.
+    item->savedURL.reset();
+    item->waitingForFile.push_back(std::move(callback));
+    writeNew(item, {});
+}
+
+void CardActions::copy(const Item& item) {
+    if (!item->png.isEmpty()) {
+        ImageExport::copyToPasteboard(fullResolution(*item), item->png);
+        m_toasts.present(QStringLiteral("Copied"), kCopySymbol);
+        return;
+    }
+    const std::weak_ptr<FloatingShotItem> weak = item;
+    const int revision = item->imageRevision;
+    const QImage image = fullResolution(*item);
+    BackgroundExport::encode(
+        image, this, [this, weak, revision, image](const Result<QByteArray>& png) {
+            if (const Item alive = weak.lock(); alive && png && alive->imageRevision == revision)
+                alive->png = *png;
+            ImageExport::copyToPasteboard(image, png.valueOr({}));
+            m_toasts.present(QStringLiteral("Copied"), kCopySymbol);
+        });
+}
+
+void CardActions::copyText(const Item& item) {
+    if (!m_hooks.recognizeText)
+        return;
+    const std::weak_ptr<FloatingShotItem> weak = item;
+    QPointer<CardActions> self(this);
+    m_hooks.recognizeText(fullResolution(*item), [self, weak](std::optional<QString> text) {
+        if (!self)
+            return;
+        const bool found = text && !text->trimmed().isEmpty();
+        if (found) {
+            QGuiApplication::clipboard()->setText(*text, QClipboard::Clipboard);
+            self->m_toasts.present(QStringLiteral("Copied"), kCopySymbol);
+        }
+        if (const Item alive = weak.lock(); alive && alive->panel)
+            alive->panel->setOcrResult(found);
+    });
+}
+
+void CardActions::reveal(const Item& item) {
+    whenSaved(item, [](std::optional<QString> path) {
+        if (path)
+            revealInFolder(*path);
+    });
+}
+
+bool CardActions::moveToTrash(const QString& path) {
+    QFile file(path);
+    if (file.moveToTrash())
+        return true;
+    qCWarning(lcSave).noquote() << QStringLiteral("Quillmark trash error: ") + path +
+                                       QStringLiteral(": ") + file.errorString();
+    return false;
+}
+
+void CardActions::trash(const Item& item) {
+    if (item->saving) {
+        // The file is still being written; it goes to the Trash once it exists.
+        item->trashed = true;
+    } else if (item->savedURL && QFileInfo(*item->savedURL).isFile()) {
+        if (!moveToTrash(*item->savedURL)) {
+            m_toasts.present(QStringLiteral("Could not move to Trash"), kFailedSymbol,
+                             ToastCenter::Style::Error);
+            return;
+        }
+        item->trashed = true;
+        m_hooks.libraryChanged();
+    } else {
+        item->trashed = true;
+    }
+    m_hooks.dismiss(item);
+    m_toasts.present(QStringLiteral("Moved to Trash"), QStringLiteral("trash"));
+}
+
+void CardActions::annotate(const Item& item) {
+    if (!m_hooks.annotate)
+        return;
+    const std::weak_ptr<FloatingShotItem> weak = item;
+    QPointer<CardActions> self(this);
+    m_hooks.annotate(fullResolution(*item), [self, weak](const QImage& edited) {
+        if (const Item alive = weak.lock(); self && alive)
+            self->update(alive, edited);
+    });
+}
+
+void CardActions::askAI(const Item& item) {
+    if (m_hooks.askAI)
+        m_hooks.askAI(fullResolution(*item));
+}
+
+void CardActions::update(const Item& item, const QImage& image) {
+    if (image.isNull() || item->trashed)
+        return;
+    item->fullImage = image;
+    item->displayImage = cardThumbnail(image);
+    item->png.clear();
+    ++item->imageRevision;
+    // A write still running is followed by this image; "Saved" is shown once it is written.
+    if (item->savedURL && !item->saving)
+        writeOver(item);
+    if (m_hooks.isShown(item))
+        m_hooks.imageChanged(item);
+}
+
+} // namespace qm
