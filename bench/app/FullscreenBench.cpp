@@ -26,6 +26,12 @@
 // Both capture the same desktop; the clock stops when the PNG ends in its IEND chunk, so
 // neither is charged for our decoding. Run it on the screen size that matters:
 //   tests/run-test.sh --display 3840x2160 -- bench_app_fullscreen
+// The console shows the statistics over the repetitions; --benchmark_out=FILE keeps each one.
+//
+// Quillmark runs with its default settings, so every capture leaves a floating card in the
+// bottom-left corner that never goes by itself. The cards stack upwards (off the top of the
+// screen after a few) and are in Quillmark's later captures, which is why its files grow over
+// the first repetitions.
 
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
@@ -101,7 +107,7 @@ void waitForIdle(qint64 pid) {
     int quiet = 0;
     const auto deadline = Clock::now() + 10s;
     while (quiet < 4 && Clock::now() < deadline) {
-        qm::test::waitUntil([] { return false; }, 50ms);
+        qm::test::waitUntil([] { return false; }, 50ms); // our own event loop runs meanwhile
         const std::optional<qint64> now = cpuTicks(pid);
         quiet = now == last ? quiet + 1 : 0;
         last = now;
