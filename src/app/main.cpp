@@ -78,7 +78,7 @@ int main(int argc, char** argv) {
     qm::FloatingShotManager cards(preferences, toasts);
 
     qm::AppModel model(
-        {preferences, captureManager, contentCache, hotkeys, *sounds, toasts, cards});
+        {preferences, captureManager, contentCache, *surfaces, hotkeys, *sounds, toasts, cards});
     qm::TrayController tray(model, preferences,
                             [&model](const QString& path) { model.openEditor(path); });
 

@@ -18,9 +18,9 @@
 namespace qm {
 
 namespace {
-const QString kSavedSymbol = QStringLiteral("square.and.arrow.down");
-const QString kCopySymbol = QStringLiteral("doc.on.doc");
-const QString kFailedSymbol = QStringLiteral("exclamationmark.triangle.fill");
+const QString kSavedIcon = QStringLiteral("document-save");
+const QString kCopyIcon = QStringLiteral("edit-copy");
+const QString kFailedIcon = QStringLiteral("dialog-warning");
 } // namespace
 
 CardActions::CardActions(Preferences& preferences, ToastCenter& toasts, Hooks hooks,
@@ -42,7 +42,7 @@ QImage CardActions::fullResolution(const FloatingShotItem& item) {
 }
 
 void CardActions::toastFailure(const QString& reason) {
-    m_toasts.present(QStringLiteral("Could not save: ") + reason, kFailedSymbol,
+    m_toasts.present(QStringLiteral("Could not save: ") + reason, kFailedIcon,
                      ToastCenter::Style::Error);
 }
 
@@ -92,7 +92,7 @@ void CardActions::finishNew(const Item& item, int revision, const Result<QString
     item->savedRevision = revision;
     m_hooks.saved(*path);
     const QString folder = QFileInfo(QFileInfo(*path).absolutePath()).fileName();
-    m_toasts.present(QStringLiteral("Saved to ") + folder, kSavedSymbol);
+    m_toasts.present(QStringLiteral("Saved to ") + folder, kSavedIcon);
     writeNewerImage(item);
 }
 
@@ -118,7 +118,7 @@ void CardActions::finishOver(const Item& item, int revision, const Result<QByteA
         if (item->imageRevision == revision)
             item->png = *png;
         m_hooks.libraryChanged();
-        m_toasts.present(QStringLiteral("Saved"), kSavedSymbol);
+        m_toasts.present(QStringLiteral("Saved"), kSavedIcon);
     }
     writeNewerImage(item);
 }
@@ -154,7 +154,7 @@ void CardActions::whenSaved(const Item& item, FileCallback callback) {
 void CardActions::copy(const Item& item) {
     if (!item->png.isEmpty()) {
         ImageExport::copyToPasteboard(fullResolution(*item), item->png);
-        m_toasts.present(QStringLiteral("Copied"), kCopySymbol);
+        m_toasts.present(QStringLiteral("Copied"), kCopyIcon);
         return;
     }
     const std::weak_ptr<FloatingShotItem> weak = item;
@@ -165,7 +165,7 @@ void CardActions::copy(const Item& item) {
             if (const Item alive = weak.lock(); alive && png && alive->imageRevision == revision)
                 alive->png = *png;
             ImageExport::copyToPasteboard(image, png.valueOr({}));
-            m_toasts.present(QStringLiteral("Copied"), kCopySymbol);
+            m_toasts.present(QStringLiteral("Copied"), kCopyIcon);
         });
 }
 
@@ -180,7 +180,7 @@ void CardActions::copyText(const Item& item) {
         const bool found = text && !text->trimmed().isEmpty();
         if (found) {
             QGuiApplication::clipboard()->setText(*text, QClipboard::Clipboard);
-            self->m_toasts.present(QStringLiteral("Copied"), kCopySymbol);
+            self->m_toasts.present(QStringLiteral("Copied"), kCopyIcon);
         }
         if (const Item alive = weak.lock(); alive && alive->panel)
             alive->panel->setOcrResult(found);
@@ -209,7 +209,7 @@ void CardActions::trash(const Item& item) {
         item->trashed = true;
     } else if (item->savedURL && QFileInfo(*item->savedURL).isFile()) {
         if (!moveToTrash(*item->savedURL)) {
-            m_toasts.present(QStringLiteral("Could not move to Trash"), kFailedSymbol,
+            m_toasts.present(QStringLiteral("Could not move to Trash"), kFailedIcon,
                              ToastCenter::Style::Error);
             return;
         }
@@ -219,7 +219,7 @@ void CardActions::trash(const Item& item) {
         item->trashed = true;
     }
     m_hooks.dismiss(item);
-    m_toasts.present(QStringLiteral("Moved to Trash"), QStringLiteral("trash"));
+    m_toasts.present(QStringLiteral("Moved to Trash"), QStringLiteral("user-trash"));
 }
 
 void CardActions::annotate(const Item& item) {

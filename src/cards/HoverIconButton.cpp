@@ -1,7 +1,6 @@
 #include "cards/HoverIconButton.h"
 
 #include "ui/Icons.h"
-#include "ui/Symbols.h"
 
 #include <QPainter>
 
@@ -21,10 +20,6 @@ void HoverIconButton::setIconName(const QString& iconName) {
         return;
     m_iconName = iconName;
     update();
-}
-
-QString HoverIconButton::symbol() const {
-    return symbolForIconName(m_iconName);
 }
 
 void HoverIconButton::setHelp(const QString& help) {

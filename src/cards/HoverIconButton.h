@@ -17,8 +17,6 @@ public:
 
     QString iconName() const { return m_iconName; }
     void setIconName(const QString& iconName);
-    // Transitional: the icon's old symbol name ("pin.fill"), for checks not yet renamed.
-    QString symbol() const;
     void setHelp(const QString& help);
     void setDestructive(bool destructive);
     bool isDestructive() const { return m_destructive; }

@@ -1,5 +1,6 @@
 #include "cards/PointerFollower.h"
 
+#include "base/Screens.h"
 #include "ui/FloatingWindow.h"
 
 #include <QCursor>

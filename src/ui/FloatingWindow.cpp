@@ -2,7 +2,6 @@
 
 #include "platform/surface/null/NullSurfaceBackend.h"
 
-#include <QCursor>
 #include <QGuiApplication>
 #include <QPainter>
 #include <QPainterPath>
@@ -56,12 +55,6 @@ void shapeRounded(QWidget* window, double radius) {
     QPainterPath path;
     path.addRoundedRect(QRectF(window->rect()), radius, radius);
     window->setMask(QRegion(path.toFillPolygon().toPolygon()));
-}
-
-QScreen* screenUnderPointer() {
-    if (QScreen* screen = QGuiApplication::screenAt(QCursor::pos()))
-        return screen;
-    return QGuiApplication::primaryScreen();
 }
 
 void paintPanelFace(QPainter& painter, const QWidget* window, double radius) {

@@ -35,7 +35,4 @@ void shapeRounded(QWidget* window, double radius);
 // painter is left antialiased, source-over, ready for the content.
 void paintPanelFace(QPainter& painter, const QWidget* window, double radius);
 
-// The screen under the pointer, else the primary screen.
-QScreen* screenUnderPointer();
-
 } // namespace qm

@@ -1,5 +1,6 @@
 #include "ui/ToastCenter.h"
 
+#include "base/Screens.h"
 #include "ui/Brand.h"
 #include "ui/FloatingWindow.h"
 #include "ui/ToastView.h"
@@ -51,7 +52,7 @@ QColor ToastCenter::tint(Style style) {
     return Qt::white;
 }
 
-void ToastCenter::present(const QString& text, const QString& symbol, Style style) {
+void ToastCenter::present(const QString& text, const QString& iconName, Style style) {
     // A replaced toast goes at once, and its pending dismissal with it.
     dismissTimer_.stop();
     if (window_) {
@@ -59,7 +60,7 @@ void ToastCenter::present(const QString& text, const QString& symbol, Style styl
         window_.clear();
     }
 
-    auto* toast = new ToastView(text, symbol, tint(style));
+    auto* toast = new ToastView(text, iconName, tint(style));
     const QSize size = toast->sizeHint();
     QScreen* screen = screenUnderPointer();
     if (size.width() <= 1 || size.height() <= 1 || !screen) {

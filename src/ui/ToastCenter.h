@@ -16,7 +16,7 @@ namespace qm {
 class ToastCenter final : public QObject {
     Q_OBJECT
 public:
-    // The symbol's tint.
+    // The icon's tint.
     enum class Style { Plain, Accent, Error };
 
     // How long a toast stays fully visible.
@@ -28,9 +28,9 @@ public:
     explicit ToastCenter(QObject* parent = nullptr);
     ~ToastCenter() override;
 
-    // symbol: a freedesktop icon name ("edit-copy", "document-save" …; an old symbol name such
-    // as "doc.on.doc" still works); an unknown name shows the text alone.
-    void present(const QString& text, const QString& symbol, Style style = Style::Plain);
+    // iconName: a freedesktop icon name ("edit-copy", "document-save" …); an unknown name shows
+    // the text alone.
+    void present(const QString& text, const QString& iconName, Style style = Style::Plain);
     // Fades a toast out and closes it.
     void dismiss(ToastView* window);
 

@@ -2,7 +2,6 @@
 
 #include "ui/FloatingWindow.h"
 #include "ui/Icons.h"
-#include "ui/Symbols.h"
 
 #include <QFontMetricsF>
 #include <QGuiApplication>
@@ -12,16 +11,15 @@
 namespace qm {
 
 namespace {
-constexpr double kSymbolSize = 16.0;
-constexpr double kSymbolGap = 8.0;
+constexpr double kIconSize = 16.0;
+constexpr double kIconGap = 8.0;
 constexpr double kPaddingX = 16.0;
 constexpr double kPaddingY = 10.0;
 } // namespace
 
-ToastView::ToastView(QString text, QString symbol, QColor tint)
+ToastView::ToastView(QString text, QString iconName, QColor tint)
     : text_(std::move(text))
-    , symbol_(std::move(symbol))
-    , iconName_(iconNameForSymbol(symbol_))
+    , iconName_(std::move(iconName))
     , tint_(tint) {
     setObjectName(QStringLiteral("ToastView"));
     setWindowTitle(QStringLiteral("Quillmark Toast"));
@@ -40,8 +38,8 @@ QSize ToastView::sizeHint() const {
     const QFontMetricsF metrics(textFont());
     double width = metrics.horizontalAdvance(text_) + 2 * kPaddingX;
     if (hasIcon(iconName_))
-        width += kSymbolSize + kSymbolGap;
-    const double height = std::max(metrics.height(), kSymbolSize) + 2 * kPaddingY;
+        width += kIconSize + kIconGap;
+    const double height = std::max(metrics.height(), kIconSize) + 2 * kPaddingY;
     return {int(std::ceil(width)), int(std::ceil(height))};
 }
 
@@ -56,9 +54,9 @@ void ToastView::paintEvent(QPaintEvent*) {
     double x = kPaddingX;
     if (hasIcon(iconName_)) {
         const QImage icon =
-            renderIcon(iconName_, tint_, QSizeF(kSymbolSize, kSymbolSize), devicePixelRatioF());
-        painter.drawImage(QPointF(x, (height() - kSymbolSize) / 2), icon);
-        x += kSymbolSize + kSymbolGap;
+            renderIcon(iconName_, tint_, QSizeF(kIconSize, kIconSize), devicePixelRatioF());
+        painter.drawImage(QPointF(x, (height() - kIconSize) / 2), icon);
+        x += kIconSize + kIconGap;
     }
     painter.setFont(textFont());
     painter.setPen(Qt::white);

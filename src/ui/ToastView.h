@@ -11,10 +11,9 @@ namespace qm {
 class ToastView final : public QWidget {
     Q_OBJECT
 public:
-    ToastView(QString text, QString symbol, QColor tint);
+    ToastView(QString text, QString iconName, QColor tint);
 
     QString text() const { return text_; }
-    QString symbol() const { return symbol_; }
     // The freedesktop name of the icon shown.
     QString iconName() const { return iconName_; }
     QColor tint() const { return tint_; }
@@ -29,7 +28,6 @@ private:
     QFont textFont() const;
 
     QString text_;
-    QString symbol_;
     QString iconName_;
     QColor tint_;
 };

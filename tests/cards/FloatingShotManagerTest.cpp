@@ -240,7 +240,7 @@ TEST_F(FloatingShotManagerTest, UnpinnedCardsFollowThePointerToAnotherMonitorPin
     click(button(pinned, "pinButton"));
     ASSERT_TRUE(waitUntil([&] { return pinned->pinnedScreen == left; }));
     auto* pin = qobject_cast<HoverIconButton*>(button(pinned, "pinButton"));
-    EXPECT_EQ(pin->symbol(), QStringLiteral("pin.fill"));
+    EXPECT_EQ(pin->iconName(), QStringLiteral("window-pin"));
     EXPECT_EQ(pin->toolTip(), QStringLiteral("Unpin — follow the cursor across monitors"));
 
     pointerTo(right->geometry().center());
@@ -258,7 +258,7 @@ TEST_F(FloatingShotManagerTest, UnpinnedCardsFollowThePointerToAnotherMonitorPin
 
     // Unpinned, the card joins the others under the pointer, below the newer one.
     manager.togglePin(pinned);
-    EXPECT_EQ(pin->symbol(), QStringLiteral("pin"));
+    EXPECT_EQ(pin->iconName(), QStringLiteral("view-pin"));
     EXPECT_TRUE(waitUntil([&] { return placed(pinned, slot(right, 0)); }));
     EXPECT_TRUE(waitUntil([&] { return placed(roaming, slot(right, 1)); }));
     EXPECT_TRUE(nativelyAt(pinned->panel, right, slot(right, 0)))
@@ -442,15 +442,15 @@ TEST_F(FloatingShotManagerTest, ButtonsCopyTheImageAndItsTextWithoutTakingFocus)
     EXPECT_EQ(pngFromClipboard().convertToFormat(image.format()), image);
 
     auto* copyText = qobject_cast<HoverIconButton*>(button(card, "copyTextButton"));
-    EXPECT_EQ(copyText->symbol(), QStringLiteral("text.viewfinder"));
+    EXPECT_EQ(copyText->iconName(), QStringLiteral("edit-find"));
     click(copyText);
     ASSERT_TRUE(waitUntil([&] { return card->panel->ocrResult() == true; }));
-    EXPECT_EQ(copyText->symbol(), QStringLiteral("checkmark"));
+    EXPECT_EQ(copyText->iconName(), QStringLiteral("object-select"));
     EXPECT_EQ(QGuiApplication::clipboard()->text(), QStringLiteral("Invoice 2041"));
     recognised = QStringLiteral("  \n");
     click(copyText);
     ASSERT_TRUE(waitUntil([&] { return card->panel->ocrResult() == false; }));
-    EXPECT_EQ(copyText->symbol(), QStringLiteral("text.badge.xmark"));
+    EXPECT_EQ(copyText->iconName(), QStringLiteral("action-unavailable"));
     EXPECT_EQ(QGuiApplication::clipboard()->text(), QStringLiteral("Invoice 2041"));
 
     QApplication::processEvents();
@@ -549,7 +549,8 @@ TEST_F(FloatingShotManagerTest, CardsPinnedToAMonitorThatGoesAwayMoveToTheRemain
     ASSERT_TRUE(waitUntil([&] { return QGuiApplication::screens().size() == 1; }));
     EXPECT_FALSE(card->pinnedScreen);
     EXPECT_TRUE(waitUntil([&] { return placed(card, slot(left, 0)); }))
-        << rectText(card->panel->geometry()) << " on " << card->panel->screen()->name().toStdString();
+        << rectText(card->panel->geometry()) << " on "
+        << card->panel->screen()->name().toStdString();
     EXPECT_TRUE(nativelyAt(card->panel, left, slot(left, 0)))
         << rectText(nativeGeometry(card->panel));
 

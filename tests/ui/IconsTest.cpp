@@ -1,7 +1,5 @@
 #include "ui/Icons.h"
 
-#include "ui/Symbols.h"
-
 #include <QApplication>
 #include <QDir>
 #include <QDirIterator>
@@ -54,18 +52,6 @@ TEST(IconsTest, EveryBundledIconDrawsInTheTintAtTheScreensScale) {
     EXPECT_FALSE(hasIcon(QStringLiteral("no-such-icon")));
     EXPECT_TRUE(renderIcon(QStringLiteral("no-such-icon"), Qt::red, {16, 16}, 1).isNull());
     EXPECT_TRUE(tintedIcon(QStringLiteral("no-such-icon"), Qt::red).isNull());
-}
-
-TEST(IconsTest, OldSymbolNamesStillDraw) {
-    // Callers outside src/ui still pass the old names ("xmark" on the countdown).
-    for (const char16_t* old : {u"xmark", u"doc.on.doc", u"arrow.up.right", u"1.circle"}) {
-        EXPECT_TRUE(hasSymbol(old));
-        EXPECT_GT(coveredPixels(renderSymbol(old, Qt::white, {12, 12}, 1)), 10);
-    }
-    EXPECT_EQ(renderSymbol(u"doc.on.doc", Qt::white, {16, 16}, 1),
-              renderIcon(QStringLiteral("edit-copy"), Qt::white, {16, 16}, 1));
-    EXPECT_EQ(symbolForIconName(iconNameForSymbol(u"pin.fill")), QStringLiteral("pin.fill"));
-    EXPECT_EQ(iconNameForSymbol(u"edit-copy"), QStringLiteral("edit-copy"));
 }
 
 // A tiny icon theme on disk: a full-colour "edit-copy" and a symbolic "document-save".

@@ -20,7 +20,7 @@ AppModel::AppModel(Services services, QObject* parent)
                                 [this](const QString& path) { addToLibrary(path); },
                                 [this] { bumpLibrary(); }}))
     , m_flows(std::make_unique<CaptureFlows>(
-          services.capture, services.sounds,
+          services.capture, services.surfaces, services.sounds,
           CaptureFlows::Report{
               [this](const QImage& image, const QString& label) { m_router->finish(image, label); },
               [this](const QString& status) { setStatus(status); },

@@ -27,6 +27,9 @@ class SelectionOverlayController;
 class ShareableContentCache;
 class SoundPlayer;
 class ToastCenter;
+namespace platform {
+class SurfaceBackend;
+}
 
 // Turns a request (shortcut, tray menu, command line) into a capture (CaptureFlows) and hands
 // the result on (CaptureRouter), keeping the one-line status the menu shows, the last saved
@@ -38,6 +41,7 @@ public:
         Preferences& preferences;
         ScreenCaptureManager& capture;
         ShareableContentCache& contentCache;
+        platform::SurfaceBackend& surfaces;
         HotkeyManager& hotkeys;
         SoundPlayer& sounds;
         ToastCenter& toasts;

@@ -34,11 +34,12 @@ QString captureLabel(CaptureKind kind) {
     return {};
 }
 
-CaptureFlows::CaptureFlows(ScreenCaptureManager& capture, SoundPlayer& sounds, Report report,
-                           QObject* parent)
+CaptureFlows::CaptureFlows(ScreenCaptureManager& capture, platform::SurfaceBackend& surfaces,
+                           SoundPlayer& sounds, Report report, QObject* parent)
     : QObject(parent)
     , m_capture(capture)
     , m_report(std::move(report))
+    , m_overlay(surfaces)
     , m_countdown(sounds) {}
 
 CaptureFlows::~CaptureFlows() = default;

@@ -14,6 +14,9 @@ namespace qm {
 
 class ScreenCaptureManager;
 class SoundPlayer;
+namespace platform {
+class SurfaceBackend;
+}
 
 // "Region", "Window", "Full screen": how the status line names a kind of capture.
 QString captureLabel(CaptureKind kind);
@@ -30,8 +33,8 @@ public:
         std::function<void(bool capturing)> capturingChanged;
     };
 
-    CaptureFlows(ScreenCaptureManager& capture, SoundPlayer& sounds, Report report,
-                 QObject* parent = nullptr);
+    CaptureFlows(ScreenCaptureManager& capture, platform::SurfaceBackend& surfaces,
+                 SoundPlayer& sounds, Report report, QObject* parent = nullptr);
     ~CaptureFlows() override;
 
     void perform(CaptureKind kind);

@@ -16,8 +16,8 @@
 namespace qm {
 
 namespace {
-const QString kSavedSymbol = QStringLiteral("square.and.arrow.down");
-const QString kFailedSymbol = QStringLiteral("exclamationmark.triangle.fill");
+const QString kSavedSymbol = QStringLiteral("document-save");
+const QString kFailedSymbol = QStringLiteral("dialog-warning");
 } // namespace
 
 CaptureRouter::CaptureRouter(Preferences& preferences, SoundPlayer& sounds, ToastCenter& toasts,

@@ -28,7 +28,7 @@ void EditorWindows::open(const QImage& image,
                 std::erase_if(m_controllers, [done](const auto& c) { return c.get() == done; });
             });
         },
-        [this](const QString& text, const QString& symbol) { m_toasts.present(text, symbol); });
+        [this](const QString& text, const QString& iconName) { m_toasts.present(text, iconName); });
     *self = controller.get();
     AnnotationEditorController* raw = controller.get();
     m_controllers.push_back(std::move(controller));

@@ -1,10 +1,10 @@
 #include "capture/core/ScreenCaptureManager.h"
 
 #include "base/Log.h"
+#include "base/Screens.h"
 #include "capture/core/CaptureGeometry.h"
 
 #include <QCoreApplication>
-#include <QCursor>
 #include <QElapsedTimer>
 #include <QGuiApplication>
 #include <QPointer>
@@ -47,15 +47,6 @@ ScreenCaptureManager::ScreenCaptureManager(platform::ScreenCaptureBackend& backe
     : QObject(parent)
     , m_backend(backend)
     , m_cache(cache) {}
-
-QScreen* ScreenCaptureManager::screenUnderPointer() {
-    if (QScreen* screen = QGuiApplication::screenAt(QCursor::pos()))
-        return screen;
-    if (QScreen* primary = QGuiApplication::primaryScreen())
-        return primary;
-    const auto screens = QGuiApplication::screens();
-    return screens.isEmpty() ? nullptr : screens.first();
-}
 
 QString ScreenCaptureManager::displayId(const QScreen* screen) {
     return screen ? screen->name() : QString();

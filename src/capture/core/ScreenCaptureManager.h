@@ -42,8 +42,6 @@ public:
     // whole pixels and clipped to the screen; nothing when it misses the screen.
     static std::optional<QImage> crop(const DisplayCapture& capture, const QRectF& rect);
 
-    // The screen under the pointer, else the primary screen, else none.
-    static QScreen* screenUnderPointer();
     // The name by which the display server knows the screen.
     static QString displayId(const QScreen* screen);
 

@@ -1,5 +1,6 @@
 #include "capture/ui/CaptureFlash.h"
 
+#include "base/Screens.h"
 #include "ui/FloatingWindow.h"
 
 #include <QGuiApplication>

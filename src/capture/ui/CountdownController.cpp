@@ -1,5 +1,6 @@
 #include "capture/ui/CountdownController.h"
 
+#include "base/Screens.h"
 #include "capture/ui/CountdownView.h"
 #include "platform/sound/api/SoundPlayer.h"
 #include "ui/FloatingWindow.h"

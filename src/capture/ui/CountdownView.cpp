@@ -2,7 +2,7 @@
 
 #include "capture/ui/CountdownController.h"
 #include "ui/FloatingWindow.h"
-#include "ui/Symbols.h"
+#include "ui/Icons.h"
 
 #include <QAbstractButton>
 #include <QFontMetricsF>
@@ -25,7 +25,7 @@ QFont uiFont(int pixelSize, QFont::Weight weight) {
     return font;
 }
 
-// A capsule button with the "xmark" symbol and a label; lighter while hovered.
+// A capsule button with the "window-close" symbol and a label; lighter while hovered.
 class CancelButton final : public QAbstractButton {
 public:
     explicit CancelButton(QWidget* parent)
@@ -60,8 +60,8 @@ protected:
         painter.setPen(Qt::NoPen);
         painter.setBrush(QColor(255, 255, 255, alpha));
         painter.drawRoundedRect(bounds, bounds.height() / 2, bounds.height() / 2);
-        const QImage symbol =
-            renderSymbol(u"xmark", Qt::white, QSizeF(12, 12), devicePixelRatioF());
+        const QImage symbol = renderIcon(QStringLiteral("window-close"), Qt::white, QSizeF(12, 12),
+                                         devicePixelRatioF());
         painter.drawImage(QPointF(12, (height() - 12) / 2.0), symbol);
         painter.setFont(uiFont(13, QFont::DemiBold));
         painter.setPen(Qt::white);

@@ -20,9 +20,6 @@ SelectionOverlayController::SelectionOverlayController(platform::SurfaceBackend&
     : QObject(parent)
     , surface_(surface) {}
 
-SelectionOverlayController::SelectionOverlayController(QObject* parent)
-    : SelectionOverlayController(surfaceBackend(), parent) {}
-
 SelectionOverlayController::~SelectionOverlayController() = default;
 
 void SelectionOverlayController::begin(const DisplayCapture& background, const QString& verb,

@@ -24,8 +24,6 @@ public:
 
     explicit SelectionOverlayController(platform::SurfaceBackend& surface,
                                         QObject* parent = nullptr);
-    // On the surface backend the application installed for its floating windows.
-    explicit SelectionOverlayController(QObject* parent = nullptr);
     ~SelectionOverlayController() override;
 
     // Shows the overlay over background's screen; onComplete is called exactly once, after the

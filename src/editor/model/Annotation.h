@@ -36,7 +36,7 @@ struct AnnotationToolInfo {
     QString id;     // stored form, also used in settings keys: "select", "rectangle", …
     QString help;   // tooltip text
     QChar shortcut; // upper-case letter; typed keys match case-insensitively
-    QString symbol; // icon name in the bundled icon set
+    QString icon;   // freedesktop icon name
 };
 
 // Every tool in toolbar order.

@@ -132,7 +132,7 @@ void AnnotationEditorController::copy() {
     m_model->document().commitPendingText();
     ImageExport::copyToPasteboard(flatten(*m_model));
     if (m_onToast)
-        m_onToast(tr("Copied"), QStringLiteral("doc.on.doc"));
+        m_onToast(tr("Copied"), QStringLiteral("edit-copy"));
 }
 
 void AnnotationEditorController::complete(bool save) {

@@ -28,7 +28,7 @@ class AnnotationEditorController : public QObject {
 public:
     using FinishCallback = std::function<void(const std::optional<QImage>& image)>;
     using AskAICallback = std::function<void(const QImage& image)>;
-    using ToastCallback = std::function<void(const QString& text, const QString& symbol)>;
+    using ToastCallback = std::function<void(const QString& text, const QString& iconName)>;
 
     // `settings` holds the editor's remembered styles and must outlive the controller.
     AnnotationEditorController(const QImage& image, SettingsStore& settings,

@@ -2,7 +2,7 @@
 
 #include "editor/model/EditorModel.h"
 #include "editor/ui/AnnotationCanvas.h"
-#include "editor/ui/Symbols.h"
+#include "ui/Icons.h"
 
 #include <QApplication>
 #include <QHBoxLayout>
@@ -84,11 +84,11 @@ void HandToolOverlay::keyReleaseEvent(QKeyEvent* event) {
 
 namespace {
 
-QToolButton* barButton(QWidget* parent, const QString& symbol, const QString& text,
+QToolButton* barButton(QWidget* parent, const QString& iconName, const QString& text,
                        const QString& tip) {
     auto* b = new QToolButton(parent);
-    if (!symbol.isEmpty())
-        b->setIcon(symbolIcon(symbol, Qt::white));
+    if (!iconName.isEmpty())
+        b->setIcon(tintedIcon(iconName, Qt::white));
     else
         b->setText(text);
     b->setToolTip(tip);
@@ -114,13 +114,13 @@ ZoomBar::ZoomBar(EditorModel& model, QWidget* parent)
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(6, 4, 6, 4);
     layout->setSpacing(2);
-    auto* out = barButton(this, QStringLiteral("minus"), {}, tr("Zoom out"));
+    auto* out = barButton(this, QStringLiteral("zoom-out"), {}, tr("Zoom out"));
     out->setShortcut(QKeySequence::ZoomOut);
     m_percent = new QLabel(this);
     m_percent->setAlignment(Qt::AlignCenter);
     m_percent->setMinimumWidth(48);
     m_percent->setStyleSheet(QStringLiteral("color: white; font-weight: 600;"));
-    auto* in = barButton(this, QStringLiteral("plus"), {}, tr("Zoom in"));
+    auto* in = barButton(this, QStringLiteral("zoom-in"), {}, tr("Zoom in"));
     in->setShortcut(QKeySequence::ZoomIn);
     m_actual = barButton(this, {}, tr("100%"), tr("Actual size (Ctrl+1)"));
     m_actual->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_1));

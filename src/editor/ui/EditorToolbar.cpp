@@ -3,11 +3,11 @@
 #include "editor/model/EditorModel.h"
 #include "editor/ui/BackgroundPopover.h"
 #include "editor/ui/Popover.h"
-#include "editor/ui/Symbols.h"
 #include "editor/ui/TextFormattingPopover.h"
 #include "editor/ui/ToolFormattingPopover.h"
 #include "editor/ui/ToolGroupButton.h"
 #include "ocr/TextRecognizer.h"
+#include "ui/Icons.h"
 
 #include <QCheckBox>
 #include <QColorDialog>
@@ -79,7 +79,7 @@ EditorToolbar::EditorToolbar(EditorModel& model, QWidget* parent)
     layout->setSpacing(2);
 
     const auto single = [&](AnnotationTool tool) {
-        QToolButton* b = makeButton(toolInfo(tool).symbol, toolTipFor(tool));
+        QToolButton* b = makeButton(toolInfo(tool).icon, toolTipFor(tool));
         b->setCheckable(true);
         connect(b, &QToolButton::clicked, this, [this, tool] { selectTool(tool); });
         m_toolButtons.append({tool, b});
@@ -116,7 +116,7 @@ EditorToolbar::EditorToolbar(EditorModel& model, QWidget* parent)
     m_backgroundPopover = new BackgroundPopover(m_model, this);
     m_stroke = makeButton({}, tr("Stroke color and weight"));
     connect(m_stroke, &QToolButton::clicked, this, [this] { m_toolPopover->showBelow(m_stroke); });
-    m_text = makeButton(QStringLiteral("textformat.size"),
+    m_text = makeButton(QStringLiteral("format-font-size-more"),
                         tr("Text formatting: size, color, and background"));
     connect(m_text, &QToolButton::clicked, this, [this] { m_textPopover->showBelow(m_text); });
     m_backdrop = makeButton({}, tr("Backdrop"));
@@ -127,33 +127,33 @@ EditorToolbar::EditorToolbar(EditorModel& model, QWidget* parent)
     layout->addWidget(m_backdrop);
     divider();
 
-    m_undo = makeButton(QStringLiteral("arrow.uturn.backward"), tr("Undo"));
+    m_undo = makeButton(QStringLiteral("edit-undo"), tr("Undo"));
     m_undo->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Z));
     connect(m_undo, &QToolButton::clicked, this, [this] {
         m_model.document().commitPendingText();
         m_model.document().undo();
     });
-    m_redo = makeButton(QStringLiteral("arrow.uturn.forward"), tr("Redo"));
+    m_redo = makeButton(QStringLiteral("edit-redo"), tr("Redo"));
     m_redo->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z));
     connect(m_redo, &QToolButton::clicked, this, [this] {
         m_model.document().commitPendingText();
         m_model.document().redo();
     });
-    m_delete = makeButton(QStringLiteral("trash"), QStringLiteral("Delete selected (⌫)"));
+    m_delete = makeButton(QStringLiteral("user-trash"), QStringLiteral("Delete selected (⌫)"));
     connect(m_delete, &QToolButton::clicked, this, [this] { m_model.document().removeSelected(); });
     layout->addWidget(m_undo);
     layout->addWidget(m_redo);
     layout->addWidget(m_delete);
 
-    m_applyCrop = makeButton(QStringLiteral("checkmark"), tr("Apply crop (Return)"));
+    m_applyCrop = makeButton(QStringLiteral("object-select"), tr("Apply crop (Return)"));
     connect(m_applyCrop, &QToolButton::clicked, this, [this] { m_model.commitCrop(); });
-    m_cancelCrop = makeButton(QStringLiteral("xmark"), QStringLiteral("Cancel crop (Esc)"));
+    m_cancelCrop = makeButton(QStringLiteral("window-close"), QStringLiteral("Cancel crop (Esc)"));
     connect(m_cancelCrop, &QToolButton::clicked, this, [this] { m_model.cancelCrop(); });
     layout->addWidget(m_applyCrop);
     layout->addWidget(m_cancelCrop);
     layout->addStretch(1);
 
-    m_copyText = makeButton(QStringLiteral("text.viewfinder"), tr("Copy text"));
+    m_copyText = makeButton(QStringLiteral("edit-find"), tr("Copy text"));
     m_copyText->setPopupMode(QToolButton::InstantPopup);
     auto* textMenu = new QMenu(m_copyText);
     textMenu->setToolTipsVisible(true);
@@ -164,7 +164,7 @@ EditorToolbar::EditorToolbar(EditorModel& model, QWidget* parent)
     fromSelection->setToolTip(tr("Drag over text…"));
     connect(fromSelection, &QAction::triggered, this, &EditorToolbar::copyTextFromSelection);
     m_copyText->setMenu(textMenu);
-    m_copyImage = makeButton(QStringLiteral("doc.on.doc"), tr("Copy the finished image"));
+    m_copyImage = makeButton(QStringLiteral("edit-copy"), tr("Copy the finished image"));
     connect(m_copyImage, &QToolButton::clicked, this, [this] {
         if (onCopy)
             onCopy();
@@ -201,10 +201,10 @@ EditorToolbar::EditorToolbar(EditorModel& model, QWidget* parent)
     refreshBackdrop();
 }
 
-QToolButton* EditorToolbar::makeButton(const QString& symbol, const QString& tooltip) {
+QToolButton* EditorToolbar::makeButton(const QString& iconName, const QString& tooltip) {
     auto* b = new QToolButton(this);
-    if (!symbol.isEmpty())
-        b->setIcon(symbolIcon(symbol));
+    if (!iconName.isEmpty())
+        b->setIcon(themedIcon(iconName));
     b->setIconSize(QSize(20, 20));
     b->setToolTip(tooltip);
     b->setAutoRaise(true);
@@ -293,12 +293,13 @@ void EditorToolbar::copyTextFromSelection() {
 
 void EditorToolbar::showOcrResult(bool found) {
     m_ocrResult = found;
-    m_copyText->setIcon(symbolIcon(found ? QStringLiteral("checkmark") : QStringLiteral("xmark")));
+    m_copyText->setIcon(
+        themedIcon(found ? QStringLiteral("object-select") : QStringLiteral("window-close")));
     m_copyText->setToolTip(found ? tr("Copied") : tr("No text found"));
     refresh();
     QTimer::singleShot(1400, this, [this] {
         m_ocrResult.reset();
-        m_copyText->setIcon(symbolIcon(QStringLiteral("text.viewfinder")));
+        m_copyText->setIcon(themedIcon(QStringLiteral("edit-find")));
         m_copyText->setToolTip(tr("Copy text"));
     });
 }

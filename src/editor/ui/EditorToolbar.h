@@ -47,7 +47,7 @@ public:
     std::optional<bool> ocrResult() const { return m_ocrResult; }
 
 private:
-    QToolButton* makeButton(const QString& symbol, const QString& tooltip);
+    QToolButton* makeButton(const QString& iconName, const QString& tooltip);
     void selectTool(AnnotationTool tool);
     void refresh();
     void refreshBackdrop();

@@ -1,7 +1,7 @@
 #include "editor/ui/ToolGroupButton.h"
 
 #include "editor/model/EditorModel.h"
-#include "editor/ui/Symbols.h"
+#include "ui/Icons.h"
 
 #include <QCheckBox>
 #include <QColorDialog>
@@ -37,7 +37,7 @@ ToolGroupButton::ToolGroupButton(EditorModel& model, QList<AnnotationTool> tools
     auto* menu = new QMenu(this);
     for (AnnotationTool tool : m_tools) {
         QAction* action =
-            menu->addAction(symbolIcon(toolInfo(tool).symbol),
+            menu->addAction(themedIcon(toolInfo(tool).icon),
                             toolInfo(tool).help + QLatin1Char('\t') + toolInfo(tool).shortcut);
         connect(action, &QAction::triggered, this, [this, tool] { select(tool); });
     }
@@ -65,7 +65,7 @@ void ToolGroupButton::select(AnnotationTool tool) {
 
 void ToolGroupButton::refresh() {
     const AnnotationToolInfo& info = toolInfo(m_remembered);
-    setIcon(symbolIcon(info.symbol));
+    setIcon(themedIcon(info.icon));
     setToolTip(info.help + QStringLiteral(" (") + info.shortcut +
                QStringLiteral("), hold for more tools"));
     setChecked(isActive());

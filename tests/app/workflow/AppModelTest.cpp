@@ -17,6 +17,7 @@
 #include "platform/capture/null/NullCaptureBackend.h"
 #include "platform/shortcuts/api/GlobalShortcutBackend.h"
 #include "platform/sound/api/SoundPlayer.h"
+#include "platform/surface/api/SurfaceBackend.h"
 #include "shortcuts/HotkeyManager.h"
 #include "ui/ToastCenter.h"
 #include "ui/ToastView.h"
@@ -85,6 +86,7 @@ protected:
     test::FakeCaptureBackend backend;
     ShareableContentCache cache{backend};
     ScreenCaptureManager capture{backend, cache};
+    std::unique_ptr<platform::SurfaceBackend> surfaces = platform::createSurfaceBackend();
     std::unique_ptr<GlobalShortcutBackend> shortcuts = createGlobalShortcutBackend();
     HotkeyManager hotkeys{*shortcuts};
     HeardSounds sounds;
@@ -98,7 +100,7 @@ protected:
         // own tests.
         prefs.setShowQuickAccessOverlay(false);
         model = std::make_unique<AppModel>(
-            AppModel::Services{prefs, capture, cache, hotkeys, sounds, toasts, cards});
+            AppModel::Services{prefs, capture, cache, *surfaces, hotkeys, sounds, toasts, cards});
     }
     QString toastText() const { return toasts.window() ? toasts.window()->text() : QString(); }
     bool waitForStatus() {
@@ -323,7 +325,7 @@ TEST_F(AppModelTest, AFailingGrabIsReportedWithItsReason) {
     platform::NullCaptureBackend refusing(QStringLiteral("Screen capture is switched off."));
     ShareableContentCache nullCache{refusing};
     ScreenCaptureManager nullCapture{refusing, nullCache};
-    AppModel failing({prefs, nullCapture, nullCache, hotkeys, sounds, toasts, cards});
+    AppModel failing({prefs, nullCapture, nullCache, *surfaces, hotkeys, sounds, toasts, cards});
     backend.calls.clear();
 
     test::LogCapture log;

@@ -104,7 +104,7 @@ TEST_F(ControllerTest, CopyPutsTheFinishedImageOnTheClipboardWithAToast) {
     controller.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(controller.window()));
     controller.copy();
-    EXPECT_EQ(toasts, QStringList{QStringLiteral("Copied|doc.on.doc")});
+    EXPECT_EQ(toasts, QStringList{QStringLiteral("Copied|edit-copy")});
     const ProcessResult png =
         run(QStringLiteral("xclip"),
             {QStringLiteral("-selection"), QStringLiteral("clipboard"), QStringLiteral("-t"),
