@@ -53,28 +53,6 @@ HotkeyCombo::HotkeyCombo(QKeyCombination combination)
     : key(combination.key())
     , modifiers(combination.keyboardModifiers() & kChordModifiers) {}
 
-HotkeyCombo::HotkeyCombo(const HotkeyCombo& other)
-    : key(other.key)
-    , modifiers(other.modifiers) {}
-
-HotkeyCombo& HotkeyCombo::operator=(const HotkeyCombo& other) {
-    key = other.key;
-    modifiers = other.modifiers;
-    return *this;
-}
-
-HotkeyCombo::HotkeyCombo(std::uint32_t, std::uint32_t oldModifiers, const QString& keyLabel)
-    : key(QKeySequence::fromString(keyLabel, QKeySequence::PortableText)[0].key()) {
-    if (oldModifiers & CarbonModifier::Command)
-        modifiers |= Qt::ControlModifier;
-    if (oldModifiers & CarbonModifier::Shift)
-        modifiers |= Qt::ShiftModifier;
-    if (oldModifiers & CarbonModifier::Option)
-        modifiers |= Qt::AltModifier;
-    if (oldModifiers & CarbonModifier::Control)
-        modifiers |= Qt::MetaModifier;
-}
-
 std::optional<HotkeyCombo> HotkeyCombo::fromText(const QString& text) {
     const QKeySequence sequence =
         QKeySequence::fromString(text.trimmed(), QKeySequence::PortableText);

@@ -5,7 +5,6 @@
 #include <QString>
 #include <QStringList>
 #include <array>
-#include <cstdint>
 #include <map>
 #include <optional>
 
@@ -20,15 +19,6 @@ inline constexpr std::array<HotkeyAction, 4> allHotkeyActions = {
 QString rawValue(HotkeyAction action);
 std::optional<HotkeyAction> hotkeyActionFromRaw(const QString& raw);
 
-// Transitional: the modifier bits of the old stored format, still spelled by the capture
-// workflow's tests. They go once those build combos from Qt modifiers.
-namespace CarbonModifier {
-inline constexpr std::uint32_t Command = 0x100; // Ctrl
-inline constexpr std::uint32_t Shift = 0x200;
-inline constexpr std::uint32_t Option = 0x800;   // Alt
-inline constexpr std::uint32_t Control = 0x1000; // Super
-} // namespace CarbonModifier
-
 // Whether a shortcut can end in this key: a key Qt can name, not a modifier or lock key
 // pressed on its own.
 bool isShortcutKey(Qt::Key key);
@@ -41,8 +31,6 @@ struct HotkeyCombo {
 
     HotkeyCombo() = default;
     HotkeyCombo(QKeyCombination combination);
-    HotkeyCombo(const HotkeyCombo& other);
-    HotkeyCombo& operator=(const HotkeyCombo& other);
 
     // A stored or hand-written value: one chord, a real key, and Ctrl, Alt or Super among
     // its modifiers (Shift alone would take a character from every program). Surrounding
@@ -61,13 +49,6 @@ struct HotkeyCombo {
     friend bool operator==(const HotkeyCombo& a, const HotkeyCombo& b) {
         return a.key == b.key && a.modifiers == b.modifiers;
     }
-
-    // Transitional: the old stored format's spellings, still used by the capture workflow
-    // and its tests. The three-value form takes the key from its label ("F", "4", "F5") and
-    // ignores the old key code. All of it goes once those callers use `key` and `modifiers`.
-    HotkeyCombo(std::uint32_t oldKeyCode, std::uint32_t oldModifiers, const QString& keyLabel);
-    const Qt::Key& keyCode = key;
-    const Qt::KeyboardModifiers& carbonModifiers = modifiers;
 };
 
 using HotkeyTable = std::map<HotkeyAction, HotkeyCombo>;

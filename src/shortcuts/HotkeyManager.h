@@ -21,11 +21,6 @@ public:
     // False (and a log line) when the platform refuses the shortcut, e.g. another program
     // holds it; the shortcut then stays inactive.
     bool registerHotkey(const HotkeyCombo& combo, std::function<void()> handler);
-    // Transitional, for the capture workflow until it passes the combo whole.
-    bool registerHotkey(Qt::Key key, Qt::KeyboardModifiers modifiers,
-                        std::function<void()> handler) {
-        return registerHotkey(HotkeyCombo(QKeyCombination(modifiers, key)), std::move(handler));
-    }
     void unregisterAll();
 
     std::uint32_t nextID() const { return m_nextID; }

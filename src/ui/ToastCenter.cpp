@@ -25,10 +25,10 @@ void fade(QWidget* window, double to, std::chrono::milliseconds duration,
 }
 } // namespace
 
-ToastCenter::ToastCenter(QObject* parent)
+ToastCenter::ToastCenter(QObject* parent, std::chrono::milliseconds hold)
     : QObject(parent) {
     dismissTimer_.setSingleShot(true);
-    dismissTimer_.setInterval(std::chrono::duration_cast<std::chrono::milliseconds>(holdSeconds));
+    dismissTimer_.setInterval(hold);
     connect(&dismissTimer_, &QTimer::timeout, this, [this] {
         if (window_)
             dismiss(window_);
@@ -38,6 +38,11 @@ ToastCenter::ToastCenter(QObject* parent)
 ToastCenter::~ToastCenter() {
     if (window_)
         window_->close();
+}
+
+std::chrono::milliseconds ToastCenter::timeLeft() const {
+    return dismissTimer_.isActive() ? dismissTimer_.remainingTimeAsDuration()
+                                    : std::chrono::milliseconds(0);
 }
 
 QColor ToastCenter::tint(Style style) {

@@ -20,12 +20,12 @@ public:
     enum class Style { Plain, Accent, Error };
 
     // How long a toast stays fully visible.
-    static constexpr std::chrono::nanoseconds holdSeconds{2'600'000'000};
+    static constexpr std::chrono::milliseconds holdTime{2600};
     static constexpr std::chrono::milliseconds fadeIn{220};
     static constexpr std::chrono::milliseconds fadeOut{300};
     static constexpr int bottomMargin = 24; // points above the screen's usable bottom
 
-    explicit ToastCenter(QObject* parent = nullptr);
+    explicit ToastCenter(QObject* parent = nullptr, std::chrono::milliseconds hold = holdTime);
     ~ToastCenter() override;
 
     // iconName: a freedesktop icon name ("edit-copy", "document-save" …); an unknown name shows
@@ -36,6 +36,8 @@ public:
 
     // The toast now on screen, or null.
     ToastView* window() const { return window_; }
+    // How long the toast on screen has before it starts to fade; zero when none is waiting.
+    std::chrono::milliseconds timeLeft() const;
 
     static QColor tint(Style style);
 

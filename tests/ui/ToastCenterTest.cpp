@@ -74,25 +74,27 @@ TEST_F(ToastCenterTest, SitsCentredAboveTheBottomOfTheScreenUnderThePointer) {
 }
 
 TEST_F(ToastCenterTest, NewToastReplacesTheCurrentOneAtOnceAndKeepsItsOwnTime) {
-    toasts.present(QStringLiteral("Copied"), QStringLiteral("edit-copy"),
-                   ToastCenter::Style::Plain);
-    QPointer<ToastView> first = toasts.window();
+    using namespace std::chrono_literals;
+    ToastCenter quick(nullptr, 600ms);
+    quick.present(QStringLiteral("Copied"), QStringLiteral("edit-copy"), ToastCenter::Style::Plain);
+    QPointer<ToastView> first = quick.window();
     ASSERT_TRUE(waitUntil([&] { return showing(first); }));
-    QTest::qWait(1000);
+    ASSERT_TRUE(waitUntil([&] { return quick.timeLeft() < 300ms; }));
 
-    toasts.present(QStringLiteral("Saved to Quillmark"), QStringLiteral("document-save"),
-                   ToastCenter::Style::Accent);
+    quick.present(QStringLiteral("Saved to Quillmark"), QStringLiteral("document-save"),
+                  ToastCenter::Style::Accent);
     // Gone before the event loop ran once: no fade for a replaced toast.
     EXPECT_TRUE(!first || !first->isVisible());
-    QPointer<ToastView> second = toasts.window();
+    QPointer<ToastView> second = quick.window();
     ASSERT_TRUE(second);
     EXPECT_EQ(second->text(), QStringLiteral("Saved to Quillmark"));
     EXPECT_EQ(second->tint(), Brand::yellow());
+    EXPECT_GT(quick.timeLeft(), 500ms) << "the new toast starts its own time";
     ASSERT_TRUE(waitUntil([&] { return showing(second); }));
 
-    // When the first toast's time would have run out, the second is still there.
-    QTest::qWait(1900);
-    EXPECT_EQ(toasts.window(), second.data());
+    // When the first toast's time has run out, the second is still there.
+    ASSERT_TRUE(waitUntil([&] { return quick.timeLeft() < 300ms; }));
+    EXPECT_EQ(quick.window(), second.data());
     EXPECT_TRUE(second && second->isVisible());
     const QWidgetList windows = QApplication::topLevelWidgets();
     EXPECT_EQ(
@@ -102,7 +104,7 @@ TEST_F(ToastCenterTest, NewToastReplacesTheCurrentOneAtOnceAndKeepsItsOwnTime) {
 
     // And then it fades away by itself.
     ASSERT_TRUE(waitUntil([&] { return !second; }, std::chrono::seconds(5)));
-    EXPECT_FALSE(toasts.window());
+    EXPECT_FALSE(quick.window());
 }
 
 TEST_F(ToastCenterTest, NeverTakesFocusNorClicks) {

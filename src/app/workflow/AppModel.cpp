@@ -70,8 +70,7 @@ void AppModel::registerHotkeys() {
         if (action == HotkeyAction::Record)
             continue;
         const HotkeyCombo combo = m_services.preferences.hotkey(action);
-        const bool ok = hotkeys.registerHotkey(combo.keyCode, combo.carbonModifiers,
-                                               [this, action] { runHotkey(action); });
+        const bool ok = hotkeys.registerHotkey(combo, [this, action] { runHotkey(action); });
         if (action == HotkeyAction::Region)
             m_areaShortcutTaken = !ok && hotkeys.backend().unavailableReason().isEmpty();
     }
