@@ -1,5 +1,7 @@
 #include "app/CommandLine.h"
 
+#include <QRegularExpression>
+
 namespace qm {
 
 QString rawValue(CaptureKind kind) {
@@ -22,13 +24,48 @@ std::optional<CaptureKind> captureKindFromRaw(const QString& raw) {
 }
 
 QString commandLineUsage() {
-    return QStringLiteral("Usage: quillmark [capture region|window|fullscreen [--delay SECONDS]]");
+    return QStringLiteral(
+        "Usage: quillmark [COMMAND]\n"
+        "\n"
+        "Without a command, starts Quillmark in the tray (or does nothing if it runs).\n"
+        "\n"
+        "Commands:\n"
+        "  capture region       choose an area or a window on the frozen screen\n"
+        "  capture window       capture the active window\n"
+        "  capture fullscreen   capture the screen under the pointer\n"
+        "    --delay SECONDS    count down first (0 to 3600; region and fullscreen)\n"
+        "  --help               show this text\n"
+        "  --version            show the version\n"
+        "\n"
+        "A capture is handed to the running Quillmark, which is started when needed. The\n"
+        "saved file's path is printed; if the capture is not saved, the reason is printed\n"
+        "and the exit status is 1. A mistake in the command exits with status 2.\n");
+}
+
+QString versionLine() {
+    return QStringLiteral("quillmark " QUILLMARK_VERSION);
+}
+
+std::optional<QString> missingDisplay() {
+    if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+        return QStringLiteral("no display: set DISPLAY (or WAYLAND_DISPLAY)");
+    return std::nullopt;
 }
 
 namespace {
+
 Error error(const QString& message) {
     return failure(message);
 }
+
+// Digits only: " 5", "+3", "5s" and "0x10" are all mistakes a user would want to hear about.
+std::optional<int> strictSeconds(const QString& text) {
+    static const QRegularExpression digits(QStringLiteral("^[0-9]{1,4}$"));
+    if (!digits.match(text).hasMatch())
+        return std::nullopt;
+    return text.toInt();
+}
+
 } // namespace
 
 Result<Command> parseCommandLine(const QStringList& arguments) {
@@ -36,10 +73,11 @@ Result<Command> parseCommandLine(const QStringList& arguments) {
         return Command{command::Start{}};
     const QString verb = arguments.first();
     if (verb == QLatin1String("--help") || verb == QLatin1String("-h"))
-        return error(commandLineUsage());
+        return Command{command::Help{}};
+    if (verb == QLatin1String("--version"))
+        return Command{command::Version{}};
     if (verb != QLatin1String("capture"))
-        return error(
-            QStringLiteral("Unknown command \"%1\"; try \"quillmark capture region\".").arg(verb));
+        return error(QStringLiteral("Unknown command \"%1\"; try \"quillmark --help\".").arg(verb));
     if (arguments.size() < 2)
         return error(
             QStringLiteral("Say what to capture: \"quillmark capture region\", \"window\" or "
@@ -61,17 +99,16 @@ Result<Command> parseCommandLine(const QStringList& arguments) {
         } else {
             return error(QStringLiteral("Unknown option \"%1\" for capture.").arg(arg));
         }
-        bool ok = false;
-        const int seconds = value.toInt(&ok);
-        if (!ok || seconds < 0 || seconds > 3600)
-            return error(QStringLiteral("The delay must be a whole number of seconds from 0 to "
-                                        "3600, not \"%1\".")
+        const std::optional<int> seconds = strictSeconds(value);
+        if (!seconds || *seconds > 3600)
+            return error(QStringLiteral("--delay takes a whole number of seconds from 0 to 3600, "
+                                        "not \"%1\".")
                              .arg(value));
         // The countdown is only offered for areas and whole screens.
-        if (seconds > 0 && *kind == CaptureKind::Window)
+        if (*seconds > 0 && *kind == CaptureKind::Window)
             return error(QStringLiteral("A window capture cannot be delayed; use region or "
                                         "fullscreen with --delay."));
-        capture.delaySeconds = seconds;
+        capture.delaySeconds = *seconds;
     }
     return Command{capture};
 }

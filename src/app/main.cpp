@@ -1,4 +1,6 @@
+// The tray program: the one instance of the session, started by the quillmark command.
 #include "app/BackendChoice.h"
+#include "app/BusClient.h"
 #include "app/CommandLine.h"
 #include "app/shell/BusService.h"
 #include "app/shell/TrayController.h"
@@ -20,7 +22,37 @@
 #include <QTimer>
 #include <cstdio>
 
+namespace {
+void print(FILE* stream, const QString& text) {
+    if (!text.isEmpty())
+        std::fprintf(stream, "%s\n", qPrintable(text.trimmed()));
+}
+} // namespace
+
 int main(int argc, char** argv) {
+    // What needs no display is answered before the application exists (it aborts without one).
+    QStringList arguments;
+    for (int i = 1; i < argc; ++i)
+        arguments << QString::fromLocal8Bit(argv[i]);
+    const auto parsed = qm::parseCommandLine(arguments);
+    if (!parsed) {
+        print(stderr, parsed.error().reason);
+        return 2;
+    }
+    if (std::holds_alternative<qm::command::Help>(*parsed)) {
+        print(stdout, qm::commandLineUsage());
+        return 0;
+    }
+    if (std::holds_alternative<qm::command::Version>(*parsed)) {
+        print(stdout, qm::versionLine());
+        return 0;
+    }
+    if (const auto missing = qm::missingDisplay()) {
+        print(stderr, *missing);
+        return 1;
+    }
+    const qm::Command command = *parsed;
+
     // Text recognition is far faster single-threaded on small machines; it must be set before
     // the engine starts.
     if (qEnvironmentVariableIsEmpty("OMP_THREAD_LIMIT"))
@@ -38,25 +70,19 @@ int main(int argc, char** argv) {
     const auto surfaces = qm::platform::createSurfaceBackend();
     qm::installSurfaceBackend(surfaces.get());
 
-    const auto parsed = qm::parseCommandLine(QApplication::arguments().mid(1));
-    if (!parsed) {
-        std::fprintf(stderr, "%s\n", qPrintable(parsed.error().reason));
-        return 2;
-    }
-    const qm::Command command = *parsed;
-
     // One instance per session: a later start hands its command to the running one.
-    std::function<void(const qm::Command&)> dispatch;
-    qm::BusService bus([&dispatch](const qm::Command& c) {
-        if (dispatch)
-            dispatch(c);
+    std::function<qm::Result<quint64>(const qm::Command&)> dispatch;
+    qm::BusService bus([&dispatch](const qm::Command& c) -> qm::Result<quint64> {
+        if (!dispatch)
+            return qm::failure(QStringLiteral("Quillmark is still starting."));
+        return dispatch(c);
     });
     if (!bus.publish()) {
-        const QString problem = qm::forwardToRunningInstance(command);
-        if (problem.isEmpty())
-            return 0;
-        std::fprintf(stderr, "%s\n", qPrintable(problem));
-        return 1;
+        // Another instance won the race to start.
+        const qm::ForwardResult result = qm::forwardToRunningInstance(command);
+        print(stdout, result.out);
+        print(stderr, result.err);
+        return result.exitCode;
     }
 
     qm::IniSettingsStore store;
@@ -84,8 +110,12 @@ int main(int argc, char** argv) {
 
     model.configure();
     model.registerHotkeys();
-    dispatch = [&model](const qm::Command& c) { model.run(c); };
-    QTimer::singleShot(0, &model, [&model, command] { model.run(command); });
+    QObject::connect(&model, &qm::AppModel::captureEnded, &bus, &qm::BusService::report);
+    dispatch = [&model](const qm::Command& c) { return model.run(c); };
+    QTimer::singleShot(0, &model, [&model, command] {
+        if (const auto started = model.run(command); !started)
+            print(stderr, started.error().reason);
+    });
 
     return QApplication::exec();
 }

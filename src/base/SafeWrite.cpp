@@ -61,6 +61,12 @@ public:
             data += written;
             left -= written;
         }
+        // What the disk holds must be what was meant, before the name is claimed.
+        struct stat written {};
+        if (::fstat(m_fd, &written) != 0)
+            return errno;
+        if (written.st_size != off_t(bytes.size()))
+            return EIO;
         if (::fdatasync(m_fd) != 0 && errno != EINVAL)
             return errno;
         const int fd = m_fd;
@@ -90,29 +96,33 @@ int claimName(const QByteArray& from, const QByteArray& to) {
     return 0;
 }
 
-QString folderName(const QString& folder) {
-    const QString name = QFileInfo(folder).fileName();
-    return name.isEmpty() ? folder : name;
+// A folder as the user knows it: from the home folder when it is inside ("Pictures/Quillmark"),
+// else the whole path.
+QString displayName(const QString& folder) {
+    const QString path = QDir::cleanPath(QDir(folder).absolutePath());
+    const QString home = QDir::cleanPath(QDir::homePath());
+    if (path == home)
+        return QStringLiteral("the home folder");
+    if (path.startsWith(home + QLatin1Char('/')))
+        return path.mid(home.size() + 1);
+    return path;
 }
 
 } // namespace
 
 QString describeErrno(int error, const QString& folder) {
-    const QString where = folder.isEmpty()
-                              ? QStringLiteral("the folder")
-                              : QStringLiteral("the folder “%1”").arg(folderName(folder));
+    const QString where = folder.isEmpty() ? QStringLiteral("the folder") : displayName(folder);
     switch (error) {
     case ENOSPC:
     case EDQUOT:
     case EFBIG:
         return QStringLiteral("the disk is full");
     case EROFS:
-        return QStringLiteral("the disk is read-only");
     case EACCES:
     case EPERM:
         return where + QStringLiteral(" is read-only");
     case ENOTDIR:
-        return QStringLiteral("a file is in the way of ") + where;
+        return where + QStringLiteral(" is a file");
     case ENOENT:
         return where + QStringLiteral(" does not exist");
     case ENAMETOOLONG:
@@ -132,8 +142,7 @@ Status ensureFolder(const QString& folder) {
     while (!QFileInfo::exists(existing) && existing != QLatin1String("/"))
         existing = QFileInfo(existing).absolutePath();
     if (!QFileInfo(existing).isDir())
-        return failure(
-            QStringLiteral("a file is in the way of the folder “%1”").arg(folderName(existing)));
+        return failure(displayName(existing) + QStringLiteral(" is a file"));
     errno = 0;
     if (QDir().mkpath(folder))
         return {};

@@ -9,7 +9,8 @@
 // atomically, existing files are replaced in one step, and every failure says why in words.
 namespace qm::SafeWrite {
 
-// One sentence for an errno value ("the disk is full"), naming the folder where that helps.
+// One sentence for an errno value ("the disk is full", "Pictures/Quillmark is read-only"),
+// naming the folder (from the home folder when inside it) where that helps.
 QString describeErrno(int error, const QString& folder = {});
 
 // Creates the folder and its parents. Fails with the reason when a file stands where a folder

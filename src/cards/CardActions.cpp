@@ -14,6 +14,7 @@
 #include <QGuiApplication>
 #include <QImageReader>
 #include <QPointer>
+#include <utility>
 
 namespace qm {
 
@@ -42,8 +43,7 @@ QImage CardActions::fullResolution(const FloatingShotItem& item) {
 }
 
 void CardActions::toastFailure(const QString& reason) {
-    m_toasts.present(QStringLiteral("Could not save: ") + reason, kFailedIcon,
-                     ToastCenter::Style::Error);
+    m_toasts.presentNotSaved(reason);
 }
 
 void CardActions::saveFirst(const Item& item, std::function<void(const QByteArray&)> onEncoded) {
@@ -76,6 +76,8 @@ void CardActions::writeNew(const Item& item, std::function<void(const QByteArray
 
 void CardActions::finishNew(const Item& item, int revision, const Result<QString>& path) {
     item->saving = false;
+    if (auto told = std::exchange(item->onFirstWrite, {}))
+        told(path);
     if (!path) {
         // Logged by the writer; actions that need the file try again.
         item->saveError = path.error().reason;
@@ -91,8 +93,7 @@ void CardActions::finishNew(const Item& item, int revision, const Result<QString
     item->savedURL = *path;
     item->savedRevision = revision;
     m_hooks.saved(*path);
-    const QString folder = QFileInfo(QFileInfo(*path).absolutePath()).fileName();
-    m_toasts.present(QStringLiteral("Saved to ") + folder, kSavedIcon);
+    m_toasts.presentSaved(*path);
     writeNewerImage(item);
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "base/Result.h"
+
 #include <QByteArray>
 #include <QImage>
 #include <QPointer>
@@ -41,6 +43,8 @@ struct FloatingShotItem {
     std::optional<QString> saveError;
     // Deleted by the user: a write still running ends in the Trash.
     bool trashed = false;
+    // Told once how the first write of the capture ended: its path, or why it failed.
+    std::function<void(const Result<QString>&)> onFirstWrite;
     // Actions that need the file, waiting for a running write.
     std::vector<std::function<void(std::optional<QString>)>> waitingForFile;
 };

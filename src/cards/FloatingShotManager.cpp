@@ -59,11 +59,12 @@ FloatingShotManager::~FloatingShotManager() {
 }
 
 FloatingShotManager::Item
-FloatingShotManager::present(const QImage& image,
-                             std::function<void(const QByteArray&)> onEncoded) {
+FloatingShotManager::present(const QImage& image, std::function<void(const QByteArray&)> onEncoded,
+                             std::function<void(const Result<QString>&)> onFirstWrite) {
     auto item = std::make_shared<FloatingShotItem>();
     item->id = QUuid::createUuid();
     item->fullImage = image;
+    item->onFirstWrite = std::move(onFirstWrite);
     // The write starts first: the file is what must not wait for the window.
     m_actions.saveFirst(item, std::move(onEncoded));
     item->displayImage = cardThumbnail(image);

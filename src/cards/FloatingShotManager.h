@@ -51,8 +51,10 @@ public:
     RecognizeTextCallback onRecognizeText;
 
     // Shows a new card for a capture and starts saving it. The capture is encoded once, in the
-    // background: onEncoded gets the PNG bytes (for the clipboard) before the file is written.
-    Item present(const QImage& image, std::function<void(const QByteArray& png)> onEncoded = {});
+    // background: onEncoded gets the PNG bytes (for the clipboard) before the file is written;
+    // onFirstWrite hears how that first write ended.
+    Item present(const QImage& image, std::function<void(const QByteArray& png)> onEncoded = {},
+                 std::function<void(const Result<QString>&)> onFirstWrite = {});
 
     const std::vector<Item>& items() const { return m_items; }
     QScreen* currentScreen() const { return m_follower.currentScreen(); }

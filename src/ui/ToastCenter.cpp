@@ -1,10 +1,12 @@
 #include "ui/ToastCenter.h"
 
 #include "base/Screens.h"
+#include "platform/desktop/Reveal.h"
 #include "ui/Brand.h"
 #include "ui/FloatingWindow.h"
 #include "ui/ToastView.h"
 
+#include <QFileInfo>
 #include <QPropertyAnimation>
 #include <QScreen>
 #include <QWindow>
@@ -26,9 +28,9 @@ void fade(QWidget* window, double to, std::chrono::milliseconds duration,
 } // namespace
 
 ToastCenter::ToastCenter(QObject* parent, std::chrono::milliseconds hold)
-    : QObject(parent) {
+    : QObject(parent)
+    , hold_(hold) {
     dismissTimer_.setSingleShot(true);
-    dismissTimer_.setInterval(hold);
     connect(&dismissTimer_, &QTimer::timeout, this, [this] {
         if (window_)
             dismiss(window_);
@@ -57,7 +59,8 @@ QColor ToastCenter::tint(Style style) {
     return Qt::white;
 }
 
-void ToastCenter::present(const QString& text, const QString& iconName, Style style) {
+void ToastCenter::present(const QString& text, const QString& iconName, Style style,
+                          ToastActions actions) {
     // A replaced toast goes at once, and its pending dismissal with it.
     dismissTimer_.stop();
     if (window_) {
@@ -65,7 +68,20 @@ void ToastCenter::present(const QString& text, const QString& iconName, Style st
         window_.clear();
     }
 
-    auto* toast = new ToastView(text, iconName, tint(style));
+    const auto hold = actions.any() ? 2 * hold_ : hold_;
+    // An action ends the toast: it has done its job.
+    auto closing = [this](std::function<void()> action) -> std::function<void()> {
+        if (!action)
+            return {};
+        return [this, action = std::move(action)] {
+            if (window_)
+                dismiss(window_);
+            action();
+        };
+    };
+    actions.onClick = closing(std::move(actions.onClick));
+    actions.onButton = closing(std::move(actions.onButton));
+    auto* toast = new ToastView(text, iconName, tint(style), std::move(actions));
     const QSize size = toast->sizeHint();
     QScreen* screen = screenUnderPointer();
     if (size.width() <= 1 || size.height() <= 1 || !screen) {
@@ -83,7 +99,23 @@ void ToastCenter::present(const QString& text, const QString& iconName, Style st
     fade(toast, 1.0, fadeIn);
 
     window_ = toast;
-    dismissTimer_.start();
+    dismissTimer_.start(hold);
+}
+
+void ToastCenter::presentSaved(const QString& path) {
+    present(QStringLiteral("Saved “%1”").arg(QFileInfo(path).fileName()),
+            QStringLiteral("document-save"), Style::Plain,
+            {[path] { revealInFolder(path); }, {}, {}});
+}
+
+void ToastCenter::presentNotSaved(const QString& reason, std::function<void()> saveAs) {
+    ToastActions actions;
+    if (saveAs) {
+        actions.buttonLabel = QStringLiteral("Save As…");
+        actions.onButton = std::move(saveAs);
+    }
+    present(QStringLiteral("Not saved: ") + reason, QStringLiteral("dialog-warning"), Style::Error,
+            std::move(actions));
 }
 
 void ToastCenter::dismiss(ToastView* window) {

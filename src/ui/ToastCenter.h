@@ -12,7 +12,8 @@
 namespace qm {
 
 // Shows short messages near the bottom of the screen under the pointer, one at a time: a new
-// toast replaces the current one at once. Toasts never take focus and never receive clicks.
+// toast replaces the current one at once. Toasts never take focus; only a toast with actions
+// takes clicks.
 class ToastCenter final : public QObject {
     Q_OBJECT
 public:
@@ -30,7 +31,13 @@ public:
 
     // iconName: a freedesktop icon name ("edit-copy", "document-save" …); an unknown name shows
     // the text alone.
-    void present(const QString& text, const QString& iconName, Style style = Style::Plain);
+    // With actions, the toast takes clicks and stays twice as long, so there is time to use it.
+    void present(const QString& text, const QString& iconName, Style style = Style::Plain,
+                 ToastActions actions = {});
+    // The two toasts every save ends in. "Saved “name.png”", which shows the file in its
+    // folder when clicked; "Not saved: <reason>", with a Save As… button when saveAs is given.
+    void presentSaved(const QString& path);
+    void presentNotSaved(const QString& reason, std::function<void()> saveAs = {});
     // Fades a toast out and closes it.
     void dismiss(ToastView* window);
 
@@ -44,6 +51,7 @@ public:
 private:
     QPointer<ToastView> window_;
     QTimer dismissTimer_;
+    std::chrono::milliseconds hold_;
 };
 
 } // namespace qm

@@ -152,20 +152,21 @@ TEST(ImageExportSave, AFailureSaysWhyAndIsLogged) {
     const auto blocked = ImageExport::savePNG(solid(4, 4, Qt::red), ImageExport::screenshotPrefix,
                                               blocker + QStringLiteral("/Shots"));
     ASSERT_FALSE(blocked);
-    EXPECT_EQ(blocked.error().reason,
-              QStringLiteral("a file is in the way of the folder “blocker”"));
-    EXPECT_TRUE(log.contains(
-        QStringLiteral("Quillmark save error: a file is in the way of the folder “blocker”")));
+    EXPECT_EQ(blocked.error().reason, blocker + QStringLiteral(" is a file"));
+    EXPECT_TRUE(log.contains(QStringLiteral("Quillmark save error: ") + blocker +
+                             QStringLiteral(" is a file")));
     EXPECT_FALSE(ImageExport::savePNG(QImage(), ImageExport::screenshotPrefix, dir.path()));
 
     // The folder of an edited capture went away.
     const auto gone =
         ImageExport::overwritePNG(solid(4, 4, Qt::red), dir.filePath(QStringLiteral("gone/x.png")));
     ASSERT_FALSE(gone.ok());
-    EXPECT_EQ(gone.error().reason, QStringLiteral("the folder “gone” does not exist"));
+    EXPECT_EQ(gone.error().reason,
+              dir.filePath(QStringLiteral("gone")) + QStringLiteral(" does not exist"));
 
-    EXPECT_EQ(SafeWrite::describeErrno(EACCES, QStringLiteral("/home/me/Pictures")),
-              QStringLiteral("the folder “Pictures” is read-only"));
+    // Folders in the home folder are named from there, as the user knows them.
+    EXPECT_EQ(SafeWrite::describeErrno(EACCES, QDir::homePath() + QStringLiteral("/Pictures/Q")),
+              QStringLiteral("Pictures/Q is read-only"));
 }
 
 TEST(ImageExportSave, AFullDiskOrAReadOnlyOneLeavesNoPartialFile) {
@@ -187,7 +188,7 @@ TEST(ImageExportSave, AFullDiskOrAReadOnlyOneLeavesNoPartialFile) {
     const auto refused =
         ImageExport::savePNG(solid(4, 4, Qt::red), ImageExport::screenshotPrefix, readOnly.path());
     ASSERT_FALSE(refused);
-    EXPECT_EQ(refused.error().reason, QStringLiteral("the disk is read-only"));
+    EXPECT_EQ(refused.error().reason, readOnly.path() + QStringLiteral(" is read-only"));
 }
 
 TEST(ImageExportSave, TemporaryPngGoesToTheTempFolder) {

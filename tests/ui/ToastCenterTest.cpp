@@ -145,6 +145,30 @@ TEST_F(ToastCenterTest, NeverTakesFocusNorClicks) {
     EXPECT_TRUE(toast && toast->isVisible());
 }
 
+TEST_F(ToastCenterTest, AToastWithActionsTakesClicksOnItsBodyAndItsButton) {
+    for (const bool onButton : {false, true}) {
+        int clicked = 0;
+        int buttonPressed = 0;
+        toasts.present(QStringLiteral("Not saved: the disk is full"),
+                       QStringLiteral("dialog-warning"), ToastCenter::Style::Error,
+                       {[&] { ++clicked; }, QStringLiteral("Save As…"), [&] { ++buttonPressed; }});
+        QPointer<ToastView> toast = toasts.window();
+        ASSERT_TRUE(waitUntil([&] { return showing(toast); }));
+        EXPECT_EQ(toast->buttonLabel(), QStringLiteral("Save As…"));
+        // Twice as long as a plain toast, so there is time to reach it.
+        EXPECT_GT(toasts.timeLeft(), ToastCenter::holdTime);
+        const QPointF local = onButton ? toast->buttonRect().center()
+                                       : QPointF(toast->height() / 2.0, toast->height() / 2.0);
+        const QPoint device = toDevice(screen, toast->mapToGlobal(local));
+        xdotool({QStringLiteral("mousemove"), QString::number(device.x()),
+                 QString::number(device.y()), QStringLiteral("click"), QStringLiteral("1")});
+        ASSERT_TRUE(waitUntil([&] { return clicked + buttonPressed == 1; }));
+        EXPECT_EQ(buttonPressed, onButton ? 1 : 0);
+        // Its job done, the toast goes.
+        EXPECT_TRUE(waitUntil([&] { return !toast; }, std::chrono::seconds(3)));
+    }
+}
+
 TEST_F(ToastCenterTest, DismissFadesTheToastOut) {
     toasts.present(QStringLiteral("Reply copied"), QStringLiteral("no-such-icon"),
                    ToastCenter::Style::Plain);

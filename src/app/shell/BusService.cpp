@@ -1,15 +1,16 @@
 #include "app/shell/BusService.h"
 
+#include "base/Log.h"
+
 #include <QDBusConnection>
-#include <QDBusConnectionInterface>
-#include <QDBusMessage>
-#include <QDBusReply>
+#include <QDateTime>
 
 namespace qm {
 
 BusService::BusService(Handler handler, QObject* parent)
     : QObject(parent)
-    , m_handler(std::move(handler)) {}
+    , m_handler(std::move(handler))
+    , m_now([] { return QDateTime::currentMSecsSinceEpoch(); }) {}
 
 bool BusService::publish() {
     QDBusConnection bus = QDBusConnection::sessionBus();
@@ -17,36 +18,68 @@ bool BusService::publish() {
         return false;
     if (!bus.registerService(busServiceName))
         return false;
-    return bus.registerObject(busObjectPath, this, QDBusConnection::ExportAllSlots);
+    return bus.registerObject(busObjectPath, this,
+                              QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals);
 }
 
-void BusService::Capture(const QString& kind, int delaySeconds) {
+Result<quint64> BusService::start(const QString& kind, int delaySeconds) {
     QStringList args{QStringLiteral("capture"), kind};
     if (delaySeconds != 0)
         args << QStringLiteral("--delay") << QString::number(delaySeconds);
     const Result<Command> parsed = parseCommandLine(args);
-    if (!parsed) {
-        if (calledFromDBus())
-            sendErrorReply(QDBusError::InvalidArgs, parsed.error().reason);
-        return;
-    }
-    m_handler(*parsed);
+    if (!parsed)
+        return parsed.error();
+    return m_handler(*parsed);
 }
 
-QString forwardToRunningInstance(const Command& command) {
-    QDBusConnection bus = QDBusConnection::sessionBus();
-    if (!bus.isConnected())
-        return QStringLiteral("Cannot reach the session bus to talk to Quillmark.");
-    const auto* capture = std::get_if<command::Capture>(&command);
-    if (!capture)
-        return {}; // starting again while running does nothing
-    QDBusMessage call = QDBusMessage::createMethodCall(busServiceName, busObjectPath,
-                                                       busServiceName, QStringLiteral("Capture"));
-    call << rawValue(capture->kind) << capture->delaySeconds;
-    const QDBusMessage reply = bus.call(call, QDBus::Block, 10000);
-    if (reply.type() == QDBusMessage::ErrorMessage)
-        return reply.errorMessage();
-    return {};
+void BusService::Capture(const QString& kind, int delaySeconds) {
+    const Result<quint64> started = start(kind, delaySeconds);
+    if (!started && calledFromDBus())
+        sendErrorReply(QDBusError::InvalidArgs, started.error().reason);
+}
+
+uint BusService::Request(const QString& kind, int delaySeconds, qlonglong deadline) {
+    if (m_now() > deadline) {
+        qCInfo(lcApp).noquote() << QStringLiteral(
+            "Quillmark: dropped a command-line request that arrived after its caller gave up");
+        if (calledFromDBus())
+            sendErrorReply(QDBusError::TimedOut,
+                           QStringLiteral("The request arrived after its deadline."));
+        return 0;
+    }
+    const Result<quint64> started = start(kind, delaySeconds);
+    if (!started) {
+        if (calledFromDBus())
+            sendErrorReply(QDBusError::Failed, started.error().reason);
+        return 0;
+    }
+    const uint request = ++m_lastRequest;
+    m_waiting.insert(*started, request);
+    return request;
+}
+
+void BusService::report(quint64 capture, const CaptureOutcome& outcome) {
+    const auto waiting = m_waiting.constFind(capture);
+    if (waiting == m_waiting.cend())
+        return;
+    const uint request = *waiting;
+    m_waiting.erase(waiting);
+    // A signal, not a reply: a region capture can wait on the user for as long as it likes.
+    std::visit(
+        [&](const auto& o) {
+            using T = std::decay_t<decltype(o)>;
+            if constexpr (std::is_same_v<T, outcome::Saved>)
+                Q_EMIT Finished(request, true, o.path);
+            else if constexpr (std::is_same_v<T, outcome::Editing>)
+                Q_EMIT Finished(request, true, QString());
+            else if constexpr (std::is_same_v<T, outcome::NotSaved>)
+                Q_EMIT Finished(request, false, QStringLiteral("Not saved: ") + o.reason);
+            else if constexpr (std::is_same_v<T, outcome::Cancelled>)
+                Q_EMIT Finished(request, false, QStringLiteral("Cancelled."));
+            else
+                Q_EMIT Finished(request, false, QStringLiteral("Capture failed: ") + o.reason);
+        },
+        outcome);
 }
 
 } // namespace qm

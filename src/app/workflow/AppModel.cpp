@@ -22,9 +22,15 @@ AppModel::AppModel(Services services, QObject* parent)
     , m_flows(std::make_unique<CaptureFlows>(
           services.capture, services.surfaces, services.sounds,
           CaptureFlows::Report{
-              [this](const QImage& image, const QString& label) { m_router->finish(image, label); },
+              [this](const QImage& image, const QString& label) {
+                  m_router->finish(image, label,
+                                   [this, capture = m_captureCount](const CaptureOutcome& o) {
+                                       Q_EMIT captureEnded(capture, o);
+                                   });
+              },
               [this](const QString& status) { setStatus(status); },
-              [this](bool capturing) { Q_EMIT isCapturingChanged(capturing); }})) {}
+              [this](bool capturing) { Q_EMIT isCapturingChanged(capturing); },
+              [this](const CaptureOutcome& o) { Q_EMIT captureEnded(m_captureCount, o); }})) {}
 
 AppModel::~AppModel() = default;
 
@@ -92,20 +98,32 @@ void AppModel::runHotkey(HotkeyAction action) {
     }
 }
 
-void AppModel::run(const Command& command) {
-    if (const auto* capture = std::get_if<command::Capture>(&command)) {
-        if (capture->delaySeconds > 0)
-            performDelayed(capture->kind, capture->delaySeconds);
-        else
-            perform(capture->kind);
-    }
+Result<quint64> AppModel::run(const Command& command) {
+    const auto* capture = std::get_if<command::Capture>(&command);
+    if (!capture)
+        return quint64(0);
+    if (isCapturing() || countdown().isRunning())
+        return failure(QStringLiteral("Quillmark is already taking a capture; finish or cancel "
+                                      "that one first."));
+    if (capture->delaySeconds > 0)
+        performDelayed(capture->kind, capture->delaySeconds);
+    else
+        perform(capture->kind);
+    return m_captureCount;
 }
 
 void AppModel::perform(CaptureKind kind) {
+    if (isCapturing())
+        return;
+    // Numbered as it starts, so a later outcome still names its own capture.
+    ++m_captureCount;
     m_flows->perform(kind);
 }
 
 void AppModel::performDelayed(CaptureKind kind, int seconds) {
+    if (isCapturing() || countdown().isRunning())
+        return;
+    ++m_captureCount;
     m_flows->performDelayed(kind, seconds);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/CommandLine.h"
+#include "app/workflow/CaptureOutcome.h"
 #include "base/Hotkeys.h"
 #include "capture/core/CaptureTypes.h"
 
@@ -60,7 +61,9 @@ public:
     void perform(CaptureKind kind);
     void performDelayed(CaptureKind kind, int seconds);
     void runHotkey(HotkeyAction action);
-    void run(const Command& command);
+    // Starts what the command asks for. For a capture, the number captureEnded will carry
+    // when it ends; a failure when a capture is already under way.
+    Result<quint64> run(const Command& command);
 
     // Opens an editor on the image; onComplete gets the finished image, or nothing when the
     // window was closed.
@@ -84,6 +87,9 @@ Q_SIGNALS:
     void lastSavedURLChanged();
     void libraryRevisionChanged(int revision);
     void isCapturingChanged(bool capturing);
+    // Every capture ends once: saved, not saved, in the editor, cancelled or failed. `capture`
+    // counts the captures started since the program began.
+    void captureEnded(quint64 capture, const CaptureOutcome& outcome);
 
 private:
     void setStatus(const QString& status);
@@ -98,6 +104,7 @@ private:
     QString m_lastStatus;
     std::optional<QString> m_lastSavedURL;
     int m_libraryRevision = 0;
+    quint64 m_captureCount = 0;
     bool m_configured = false;
     bool m_areaShortcutTaken = false;
 };

@@ -78,7 +78,7 @@ void CaptureFlows::captureRegion() {
                         [this, frozen](std::optional<SelectionResult> selection) {
                             if (!selection) {
                                 setCapturing(false);
-                                return m_report.status(QStringLiteral("Cancelled"));
+                                return cancelled();
                             }
                             if (const auto* window = std::get_if<CapturedWindow>(&*selection))
                                 return captureChosenWindow(frozen, *window);
@@ -86,7 +86,7 @@ void CaptureFlows::captureRegion() {
                             const QRectF area = std::get<QRectF>(*selection);
                             const auto image = ScreenCaptureManager::crop(frozen, area);
                             if (!image)
-                                return m_report.status(QStringLiteral("Region crop failed"));
+                                return failed(QStringLiteral("Region crop failed"));
                             CaptureFlash::flash(area, frozen.screen);
                             m_report.captured(*image, captureLabel(CaptureKind::Region));
                         });
@@ -106,7 +106,7 @@ void CaptureFlows::captureChosenWindow(const DisplayCapture& frozen, const Captu
             image = ScreenCaptureManager::crop(frozen, window.frame);
         }
         if (!image)
-            return m_report.status(QStringLiteral("Window capture failed"));
+            return failed(QStringLiteral("Window capture failed"));
         CaptureFlash::flash(window.frame, frozen.screen);
         m_report.captured(*image, captureLabel(CaptureKind::Window));
     });
@@ -147,7 +147,7 @@ void CaptureFlows::performDelayed(CaptureKind kind, int seconds) {
                 setCapturing(true);
                 captureFullScreen();
             },
-            [this] { m_report.status(QStringLiteral("Cancelled")); });
+            [this] { cancelled(); });
         return;
     }
     setCapturing(true);
@@ -159,7 +159,7 @@ void CaptureFlows::performDelayed(CaptureKind kind, int seconds) {
                         [this, frozen, seconds](std::optional<SelectionResult> selection) {
                             setCapturing(false);
                             if (!selection)
-                                return m_report.status(QStringLiteral("Cancelled"));
+                                return cancelled();
                             delayedLiveCapture(frozen, *selection, seconds);
                         });
     });
@@ -193,12 +193,12 @@ void CaptureFlows::delayedLiveCapture(const DisplayCapture& frozen,
             const DisplayCapture live = std::move(result).value();
             const auto image = ScreenCaptureManager::crop(live, area);
             if (!image)
-                return m_report.status(QStringLiteral("Region crop failed"));
+                return failed(QStringLiteral("Region crop failed"));
             CaptureFlash::flash(area, live.screen);
             m_report.captured(*image, captureLabel(CaptureKind::Region));
         });
     };
-    m_countdown.begin(seconds, fire, [this] { m_report.status(QStringLiteral("Cancelled")); });
+    m_countdown.begin(seconds, fire, [this] { cancelled(); });
 }
 
 void CaptureFlows::fail(const CaptureFailure& failure) {
@@ -206,6 +206,20 @@ void CaptureFlows::fail(const CaptureFailure& failure) {
     const QString description = describe(failure);
     m_report.status(QStringLiteral("Capture failed: ") + description);
     qCWarning(lcCapture).noquote() << QStringLiteral("Quillmark capture error: ") + description;
+    if (m_report.ended)
+        m_report.ended(outcome::Failed{description});
+}
+
+void CaptureFlows::failed(const QString& status) {
+    m_report.status(status);
+    if (m_report.ended)
+        m_report.ended(outcome::Failed{status});
+}
+
+void CaptureFlows::cancelled() {
+    m_report.status(QStringLiteral("Cancelled"));
+    if (m_report.ended)
+        m_report.ended(outcome::Cancelled{});
 }
 
 } // namespace qm

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/CommandLine.h"
+#include "app/workflow/CaptureOutcome.h"
 #include "capture/core/CaptureTypes.h"
 #include "capture/ui/CountdownController.h"
 #include "capture/ui/SelectionOverlayController.h"
@@ -31,6 +32,8 @@ public:
         std::function<void(const QImage& image, const QString& label)> captured;
         std::function<void(const QString& status)> status;
         std::function<void(bool capturing)> capturingChanged;
+        // A capture that ends without an image: cancelled or failed.
+        OutcomeCallback ended;
     };
 
     CaptureFlows(ScreenCaptureManager& capture, platform::SurfaceBackend& surfaces,
@@ -54,6 +57,8 @@ private:
     void delayedLiveCapture(const DisplayCapture& frozen, const SelectionResult& selection,
                             int seconds);
     void fail(const CaptureFailure& failure);
+    void failed(const QString& status);
+    void cancelled();
 
     ScreenCaptureManager& m_capture;
     Report m_report;

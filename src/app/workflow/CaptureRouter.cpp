@@ -9,9 +9,12 @@
 #include "platform/sound/api/SoundPlayer.h"
 #include "ui/ToastCenter.h"
 
+#include <QDir>
+#include <QFileDialog>
 #include <QFileInfo>
 #include <QFutureWatcher>
 #include <QImageReader>
+#include <QStandardPaths>
 
 namespace qm {
 
@@ -55,7 +58,16 @@ void CaptureRouter::connectCards() {
     };
 }
 
-void CaptureRouter::finish(const QImage& image, const QString& label) {
+namespace {
+// The outcome of a first write, for whoever asked for the capture.
+CaptureOutcome written(const Result<QString>& path) {
+    if (path)
+        return outcome::Saved{*path};
+    return outcome::NotSaved{path.error().reason};
+}
+} // namespace
+
+void CaptureRouter::finish(const QImage& image, const QString& label, OutcomeCallback ended) {
     if (m_preferences.playCaptureSound())
         m_sounds.play(SystemSound::Capture);
 
@@ -67,21 +79,23 @@ void CaptureRouter::finish(const QImage& image, const QString& label) {
                 finishEdited(*edited, label);
         });
         m_report.status(label + QStringLiteral(" captured — editing"));
+        if (ended)
+            ended(outcome::Editing{});
         return;
     }
     if (m_preferences.showQuickAccessOverlay()) {
         // The card saves the file itself and reports it through onSaved.
-        present(image);
+        present(image, std::move(ended));
         m_report.status(label + QStringLiteral(" captured — pinned to screen"));
         return;
     }
-    saveNow(image, label);
+    saveNow(image, label, std::move(ended));
 }
 
 void CaptureRouter::finishEdited(const QImage& image, const QString& label) {
     if (m_preferences.showQuickAccessOverlay())
-        return present(image);
-    saveNow(image, label);
+        return present(image, {});
+    saveNow(image, label, {});
 }
 
 void CaptureRouter::copyWhenEncoded(const QImage& image) {
@@ -90,14 +104,19 @@ void CaptureRouter::copyWhenEncoded(const QImage& image) {
     });
 }
 
-void CaptureRouter::present(const QImage& image) {
+void CaptureRouter::present(const QImage& image, OutcomeCallback ended) {
     std::function<void(const QByteArray&)> onEncoded;
     if (m_preferences.copyToClipboardAfterCapture())
         onEncoded = [image](const QByteArray& png) { ImageExport::copyToPasteboard(image, png); };
-    m_cards.present(image, std::move(onEncoded));
+    std::function<void(const Result<QString>&)> onFirstWrite;
+    if (ended)
+        onFirstWrite = [ended = std::move(ended)](const Result<QString>& path) {
+            ended(written(path));
+        };
+    m_cards.present(image, std::move(onEncoded), std::move(onFirstWrite));
 }
 
-void CaptureRouter::saveNow(const QImage& image, const QString& label) {
+void CaptureRouter::saveNow(const QImage& image, const QString& label, OutcomeCallback ended) {
     const bool copy = m_preferences.copyToClipboardAfterCapture();
     BackgroundExport::encodeAndSave(
         image, m_preferences.outputDirectory(), this,
@@ -105,21 +124,37 @@ void CaptureRouter::saveNow(const QImage& image, const QString& label) {
              if (copy)
                  ImageExport::copyToPasteboard(image, png);
          },
-         [this, label](const Result<QString>& saved) {
+         [this, image, label, copy, ended = std::move(ended)](const Result<QString>& saved) {
+             if (ended)
+                 ended(written(saved));
              if (!saved) {
-                 // The status keeps its wording whatever the clipboard setting; the toast
-                 // says what went wrong.
-                 m_report.status(label + QStringLiteral(" captured (copied to clipboard)"));
-                 m_toasts.present(QStringLiteral("Could not save: ") + saved.error().reason,
-                                  kFailedSymbol, ToastCenter::Style::Error);
+                 m_report.status(label + (copy ? QStringLiteral(" not saved (copied to clipboard)")
+                                               : QStringLiteral(" not saved")));
+                 m_toasts.presentNotSaved(saved.error().reason, [this, image] { saveAs(image); });
                  return;
              }
              m_report.saved(*saved);
              m_report.status(label + QStringLiteral(" saved → ") + QFileInfo(*saved).fileName());
-             m_toasts.present(QStringLiteral("Saved to ") +
-                                  QFileInfo(QFileInfo(*saved).absolutePath()).fileName(),
-                              kSavedSymbol);
+             m_toasts.presentSaved(*saved);
          }});
+}
+
+void CaptureRouter::saveAs(const QImage& image) {
+    const QString suggested =
+        QDir(QStandardPaths::writableLocation(QStandardPaths::PicturesLocation))
+            .filePath(ImageExport::fileName(ImageExport::screenshotPrefix, QStringLiteral(".png")));
+    // The dialog has asked before an existing file is replaced.
+    const QString path = QFileDialog::getSaveFileName(
+        nullptr, QStringLiteral("Save Capture As"), suggested, QStringLiteral("PNG image (*.png)"));
+    if (path.isEmpty())
+        return;
+    BackgroundExport::overwrite(
+        image, path, this, [this, image, path](const Result<QByteArray>& r) {
+            if (!r)
+                return m_toasts.presentNotSaved(r.error().reason, [this, image] { saveAs(image); });
+            m_report.saved(path);
+            m_toasts.presentSaved(path);
+        });
 }
 
 void CaptureRouter::editFile(const QString& path) {

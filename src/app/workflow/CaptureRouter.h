@@ -1,5 +1,7 @@
 #pragma once
 
+#include "app/workflow/CaptureOutcome.h"
+
 #include <QImage>
 #include <QObject>
 #include <QString>
@@ -34,15 +36,18 @@ public:
     // Once: the cards report their files, open the editor and read text through here.
     void connectCards();
 
-    void finish(const QImage& image, const QString& label);
+    // Hands a new capture on; `ended` hears once how it ended (saved, not saved, editing).
+    void finish(const QImage& image, const QString& label, OutcomeCallback ended = {});
     // Opens an editor on a saved capture and writes the result back over the same file.
     void editFile(const QString& path);
 
 private:
     void finishEdited(const QImage& image, const QString& label);
-    void present(const QImage& image);
-    void saveNow(const QImage& image, const QString& label);
+    void present(const QImage& image, OutcomeCallback ended);
+    void saveNow(const QImage& image, const QString& label, OutcomeCallback ended);
     void copyWhenEncoded(const QImage& image);
+    // Asks where to write a capture its folder refused, and writes it there.
+    void saveAs(const QImage& image);
 
     Preferences& m_preferences;
     SoundPlayer& m_sounds;

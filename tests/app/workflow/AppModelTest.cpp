@@ -131,7 +131,7 @@ TEST_F(AppModelTest, ACaptureIsCopiedAnnouncedAndSaved) {
     EXPECT_EQ(model->libraryRevision(), 1);
     EXPECT_EQ(revisions.count(), 1);
     EXPECT_EQ(sounds.heard, std::vector<SystemSound>{SystemSound::Capture});
-    EXPECT_EQ(toastText(), QStringLiteral("Saved to Shots"));
+    EXPECT_EQ(toastText(), QStringLiteral("Saved “%1”").arg(name));
     // One grab of the screen, encoded once: the clipboard holds the very bytes of the file.
     EXPECT_EQ(backend.count(QStringLiteral("grabDisplay")), 1);
     EXPECT_TRUE(backend.calls.contains(QStringLiteral("grabDisplay 0,0 1280x800")));
@@ -257,9 +257,8 @@ TEST_F(AppModelTest, AFailedSaveStillReportsTheCaptureAsCopiedAndSaysWhyItWasNot
     test::LogCapture log;
     model->perform(CaptureKind::Fullscreen);
     ASSERT_TRUE(waitForStatus());
-    EXPECT_EQ(model->lastStatus(), QStringLiteral("Full screen captured (copied to clipboard)"));
-    EXPECT_EQ(toastText(),
-              QStringLiteral("Could not save: a file is in the way of the folder “blocker”"));
+    EXPECT_EQ(model->lastStatus(), QStringLiteral("Full screen not saved"));
+    EXPECT_EQ(toastText(), QStringLiteral("Not saved: ") + blocker + QStringLiteral(" is a file"));
     EXPECT_TRUE(log.contains(QStringLiteral("Quillmark save error: ")));
     EXPECT_FALSE(model->lastSavedURL());
     EXPECT_EQ(model->libraryRevision(), 0);
@@ -276,13 +275,11 @@ TEST_F(AppModelTest, ACaptureThatCannotBeSavedStaysOnTheClipboardAndInItsCard) {
     ScratchMount readOnlyMount(QStringLiteral("size=16k,ro"));
     QTemporaryDir readOnlyFolder;
     QString readOnly = readOnlyMount.path();
-    QString readOnlyReason = QStringLiteral("the disk is read-only");
     if (!root) {
         readOnly = readOnlyFolder.path();
         QFile::setPermissions(readOnly, QFile::ReadOwner | QFile::ExeOwner);
-        readOnlyReason =
-            QStringLiteral("the folder “%1” is read-only").arg(QFileInfo(readOnly).fileName());
     }
+    const QString readOnlyReason = readOnly + QStringLiteral(" is read-only");
     ASSERT_TRUE(!root || readOnlyMount.ok());
 
     prefs.setShowQuickAccessOverlay(true);
@@ -295,7 +292,7 @@ TEST_F(AppModelTest, ACaptureThatCannotBeSavedStaysOnTheClipboardAndInItsCard) {
                    QStringLiteral("/dev/null")});
         const size_t before = cards.items().size();
         model->perform(CaptureKind::Fullscreen);
-        const QString expected = QStringLiteral("Could not save: ") + reason;
+        const QString expected = QStringLiteral("Not saved: ") + reason;
         ASSERT_TRUE(test::waitUntil([&] { return toastText() == expected; }))
             << toastText().toStdString() << " / " << model->lastStatus().toStdString();
         EXPECT_EQ(model->libraryRevision(), 0);

@@ -1,3 +1,4 @@
+#include "RunningProgram.h"
 #include "TestSupport.h"
 #include "X11TestDesktop.h"
 #include "base/ImageExport.h"
@@ -13,27 +14,12 @@
 
 using namespace qm;
 using namespace std::chrono_literals;
+using test::captures;
+using test::kPictures;
+using test::Program;
+using test::waitForCapture;
 
 namespace {
-
-const QString kPictures = QDir::homePath() + QStringLiteral("/Pictures/Quillmark");
-
-QStringList captures() {
-    QStringList files =
-        QDir(kPictures).entryList({QStringLiteral("*.png")}, QDir::Files, QDir::Time);
-    for (QString& f : files)
-        f = QDir(kPictures).filePath(f);
-    return files; // newest first
-}
-
-// Waits for the number of saved captures to reach `count`, and returns the newest.
-QString waitForCapture(qsizetype count) {
-    if (!test::waitUntil([&] { return captures().size() >= count; }))
-        return {};
-    QString newest = captures().first();
-    // The file is renamed into place complete, so it decodes as soon as it is there.
-    return newest;
-}
 
 void xdotool(const QStringList& args) {
     test::run(QStringLiteral("xdotool"), args);
@@ -56,47 +42,6 @@ int overlaysShown() {
     }
     return count;
 }
-
-class Program {
-public:
-    explicit Program(const QStringList& args = {}) {
-        m_process.start(QStringLiteral(QUILLMARK_BINARY), args);
-        m_process.waitForStarted();
-    }
-    ~Program() {
-        m_process.terminate();
-        if (!m_process.waitForFinished(5000))
-            m_process.kill();
-        m_process.waitForFinished();
-    }
-    // Waits until the program says `text` on stderr.
-    bool logged(const QString& text) {
-        return test::waitUntil([&] {
-            m_log += QString::fromUtf8(m_process.readAllStandardError());
-            return m_log.contains(text);
-        });
-    }
-    // Ready once it answers on the session bus.
-    bool ready() {
-        return test::waitUntil([] {
-            return test::run(QStringLiteral("gdbus"),
-                             {QStringLiteral("introspect"), QStringLiteral("--session"),
-                              QStringLiteral("--dest"), QStringLiteral("com.quillworks.Quillmark"),
-                              QStringLiteral("--object-path"),
-                              QStringLiteral("/com/quillworks/Quillmark")})
-                       .exitCode == 0;
-        });
-    }
-    QString log() {
-        m_log += QString::fromUtf8(m_process.readAllStandardError());
-        return m_log;
-    }
-    QProcess& process() { return m_process; }
-
-private:
-    QProcess m_process;
-    QString m_log;
-};
 
 // Pixels of a capture against the desktop pattern, away from the tray in the top strip.
 void expectPatternAt(const QImage& image, QPoint origin) {
