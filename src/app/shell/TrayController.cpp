@@ -111,7 +111,7 @@ void TrayController::rebuildMenu() {
         QMenu* sub = menu->addMenu(themedIcon(QStringLiteral("document-open-recent")),
                                    QStringLiteral("Recent Captures"));
         for (const QString& path : recent)
-            sub->addAction(m_thumbnails.value(path), QFileInfo(path).completeBaseName(), this,
+            sub->addAction(m_thumbnails.value(path).icon, QFileInfo(path).completeBaseName(), this,
                            [this, path] { m_openImage(path); });
     }
     menu->addSeparator();
@@ -136,21 +136,34 @@ void TrayController::rebuildMenu() {
 }
 
 void TrayController::refreshThumbnails() {
+    // Only the files now listed keep a thumbnail, and only new or changed ones are decoded:
+    // a screen-sized PNG takes a good part of a second to read.
     const QStringList paths = recentCaptures(m_preferences.outputDirectory());
-    auto* watcher = new QFutureWatcher<QList<std::pair<QString, QImage>>>(this);
+    QHash<QString, Thumbnail> kept;
+    QList<std::pair<QString, QDateTime>> toRead;
+    for (const QString& path : paths) {
+        const QDateTime modified = QFileInfo(path).lastModified();
+        const auto known = m_thumbnails.constFind(path);
+        if (known != m_thumbnails.cend() && known->modified == modified)
+            kept.insert(path, *known);
+        else
+            toRead.append({path, modified});
+    }
+    m_thumbnails = std::move(kept);
+    if (toRead.isEmpty())
+        return;
+    using Read = QList<std::tuple<QString, QDateTime, QImage>>;
+    auto* watcher = new QFutureWatcher<Read>(this);
     connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher] {
-        // Only the files now listed keep a thumbnail.
-        QHash<QString, QIcon> fresh;
-        for (const auto& [path, image] : watcher->result())
+        for (const auto& [path, modified, image] : watcher->result())
             if (!image.isNull())
-                fresh.insert(path, QIcon(QPixmap::fromImage(image)));
-        m_thumbnails = std::move(fresh);
+                m_thumbnails.insert(path, {modified, QIcon(QPixmap::fromImage(image))});
         watcher->deleteLater();
     });
-    watcher->setFuture(QtConcurrent::run([paths] {
-        QList<std::pair<QString, QImage>> result;
-        for (const QString& path : paths)
-            result.append({path, thumbnail(path)});
+    watcher->setFuture(QtConcurrent::run([toRead] {
+        Read result;
+        for (const auto& [path, modified] : toRead)
+            result.append({path, modified, thumbnail(path)});
         return result;
     }));
 }

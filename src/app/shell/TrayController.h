@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDateTime>
 #include <QHash>
 #include <QIcon>
 #include <QObject>
@@ -42,7 +43,11 @@ private:
     std::unique_ptr<QMenu> m_menu;
     QSystemTrayIcon* m_icon = nullptr;
     std::unique_ptr<AboutWindow> m_about;
-    QHash<QString, QIcon> m_thumbnails; // by file path, made in the background
+    struct Thumbnail {
+        QDateTime modified;
+        QIcon icon;
+    };
+    QHash<QString, Thumbnail> m_thumbnails; // by file path, made in the background
 };
 
 } // namespace qm

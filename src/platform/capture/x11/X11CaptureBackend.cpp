@@ -93,7 +93,7 @@ std::vector<ServerWindow> X11CaptureBackend::windowList() {
 }
 
 CaptureResult<QImage> X11CaptureBackend::grabDisplayNow(const QRect& pixelRect) {
-    return d->reader.readDesktop(pixelRect);
+    return d->reader.readDisplay(pixelRect);
 }
 
 void X11CaptureBackend::grabDisplay(const QRect& pixelRect, BackendCompletion<QImage> done) {

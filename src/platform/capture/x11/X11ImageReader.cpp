@@ -70,7 +70,17 @@ private:
 };
 
 X11ImageReader::X11ImageReader(X11Display& display)
-    : m_display(display) {}
+    : m_display(display) {
+    // Most often the next shot is of the whole screen.
+    if (!m_display.lost())
+        m_reserve.prepare(m_display.rootRect().width(), m_display.rootRect().height(),
+                          formatOf(m_display.screen->root_depth));
+}
+
+QImage::Format X11ImageReader::formatOf(uint8_t depth) const {
+    // Depth 24 leaves the fourth byte undefined; Qt's RGB32 wants it opaque.
+    return depth == 32 ? QImage::Format_ARGB32_Premultiplied : QImage::Format_RGB32;
+}
 
 X11ImageReader::~X11ImageReader() = default;
 
@@ -93,7 +103,8 @@ const uint8_t* X11ImageReader::shmBuffer(std::size_t size) {
     return m_segment ? m_segment->data() : nullptr;
 }
 
-CaptureResult<QImage> X11ImageReader::read(xcb_drawable_t drawable, QRect rect, uint8_t depth) {
+CaptureResult<QImage> X11ImageReader::read(xcb_drawable_t drawable, QRect rect, uint8_t depth,
+                                           bool reserved) {
     xcb_connection_t* c = m_display.c;
     if (depth != 24 && depth != 32)
         return failed("The display's colour depth cannot be captured.");
@@ -120,8 +131,8 @@ CaptureResult<QImage> X11ImageReader::read(xcb_drawable_t drawable, QRect rect, 
         pixels = xcb_get_image_data(plain.get());
     }
     m_display.drainEvents();
-    // Depth 24 leaves the fourth byte undefined; Qt's RGB32 wants it opaque.
-    QImage image(w, h, depth == 32 ? QImage::Format_ARGB32_Premultiplied : QImage::Format_RGB32);
+    QImage image =
+        reserved ? m_reserve.take(w, h, formatOf(depth)) : makeLargeImage(w, h, formatOf(depth));
     if (image.isNull())
         return failed("There is not enough memory for the screenshot.");
     const uint32_t alpha = depth == 32 ? 0u : 0xff000000u;
@@ -132,12 +143,20 @@ CaptureResult<QImage> X11ImageReader::read(xcb_drawable_t drawable, QRect rect, 
 }
 
 CaptureResult<QImage> X11ImageReader::readDesktop(const QRect& pixelRect) {
+    return readRoot(pixelRect, false);
+}
+
+CaptureResult<QImage> X11ImageReader::readDisplay(const QRect& pixelRect) {
+    return readRoot(pixelRect, true);
+}
+
+CaptureResult<QImage> X11ImageReader::readRoot(const QRect& pixelRect, bool reserved) {
     if (m_display.lost())
         return failed("The connection to the X display was lost.");
     const QRect rect = pixelRect & m_display.rootRect();
     if (rect.isEmpty())
         return CaptureFailure{CaptureError::NoDisplay, {}};
-    return read(m_display.screen->root, rect, m_display.screen->root_depth);
+    return read(m_display.screen->root, rect, m_display.screen->root_depth, reserved);
 }
 
 } // namespace qm::platform::x11
