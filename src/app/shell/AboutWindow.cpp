@@ -52,8 +52,9 @@ AboutWindow::AboutWindow(QWidget* parent)
     setFixedSize(sizeHint().expandedTo(QSize(320, 0)));
 }
 
+// Says only what the program does today; recording joins it when it ships.
 QString AboutWindow::tagLine() {
-    return QStringLiteral("Screenshots, recordings, and annotations for the Linux desktop");
+    return QStringLiteral("Screenshots and annotations for the Linux desktop");
 }
 
 } // namespace qm
