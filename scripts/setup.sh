@@ -17,7 +17,7 @@ packages=(
   # run and test
   xvfb x11-utils x11-xserver-utils openbox trayer xdotool xclip dbus-x11 dbus
   gnome-keyring libsecret-tools pulseaudio pulseaudio-utils ffmpeg imagemagick trash-cli
-  desktop-file-utils sound-theme-freedesktop fonts-dejavu-core xterm xcompmgr
+  desktop-file-utils sound-theme-freedesktop fonts-dejavu-core xterm xcompmgr dunst
 )
 
 missing=()

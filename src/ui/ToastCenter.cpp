@@ -1,6 +1,7 @@
 #include "ui/ToastCenter.h"
 
 #include "base/Screens.h"
+#include "platform/desktop/Notifications.h"
 #include "platform/desktop/Reveal.h"
 #include "ui/Brand.h"
 #include "ui/FloatingWindow.h"
@@ -103,12 +104,19 @@ void ToastCenter::present(const QString& text, const QString& iconName, Style st
 }
 
 void ToastCenter::presentSaved(const QString& path) {
+    if (notifications_)
+        return notifications_->notify(QStringLiteral("Saved"), QFileInfo(path).fileName(),
+                                      QStringLiteral("document-save"),
+                                      [path] { revealInFolder(path); });
     present(QStringLiteral("Saved “%1”").arg(QFileInfo(path).fileName()),
             QStringLiteral("document-save"), Style::Plain,
             {[path] { revealInFolder(path); }, {}, {}});
 }
 
 void ToastCenter::presentNotSaved(const QString& reason, std::function<void()> saveAs) {
+    if (notifications_)
+        return notifications_->notify(QStringLiteral("Not saved"), reason,
+                                      QStringLiteral("dialog-warning"), std::move(saveAs));
     ToastActions actions;
     if (saveAs) {
         actions.buttonLabel = QStringLiteral("Save As…");

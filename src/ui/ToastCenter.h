@@ -11,6 +11,8 @@
 
 namespace qm {
 
+class DesktopNotifications;
+
 // Shows short messages near the bottom of the screen under the pointer, one at a time: a new
 // toast replaces the current one at once. Toasts never take focus; only a toast with actions
 // takes clicks.
@@ -38,6 +40,9 @@ public:
     // folder when clicked; "Not saved: <reason>", with a Save As… button when saveAs is given.
     void presentSaved(const QString& path);
     void presentNotSaved(const QString& reason, std::function<void()> saveAs = {});
+    // Sends those two to the desktop's notifications instead (a click on one does what the
+    // toast would); null for toasts again. The notifications must outlive this.
+    void sendResultsTo(DesktopNotifications* notifications) { notifications_ = notifications; }
     // Fades a toast out and closes it.
     void dismiss(ToastView* window);
 
@@ -51,6 +56,7 @@ public:
 private:
     QPointer<ToastView> window_;
     QTimer dismissTimer_;
+    DesktopNotifications* notifications_ = nullptr;
     std::chrono::milliseconds hold_;
 };
 

@@ -3,12 +3,14 @@
 #include "TestSupport.h"
 #include "ui/Brand.h"
 #include "ui/ToastView.h"
+#include "platform/desktop/Notifications.h"
 
 #include <QApplication>
 #include <QGuiApplication>
 #include <QLineEdit>
 #include <QMouseEvent>
 #include <QPointer>
+#include <QProcess>
 #include <QScreen>
 #include <QTest>
 #include <QVBoxLayout>
@@ -167,6 +169,34 @@ TEST_F(ToastCenterTest, AToastWithActionsTakesClicksOnItsBodyAndItsButton) {
         // Its job done, the toast goes.
         EXPECT_TRUE(waitUntil([&] { return !toast; }, std::chrono::seconds(3)));
     }
+}
+
+// With the desktop's own notification server (dunst here) running.
+TEST_F(ToastCenterTest, ResultsCanGoToTheDesktopsNotificationsInstead) {
+    QProcess server;
+    server.start(QStringLiteral("dunst"), {});
+    ASSERT_TRUE(server.waitForStarted()) << "dunst is missing (scripts/setup.sh installs it)";
+    DesktopNotifications notifications;
+    ASSERT_TRUE(waitUntil([&] { return notifications.available(); }));
+    toasts.sendResultsTo(&notifications);
+
+    int saveAs = 0;
+    toasts.presentNotSaved(QStringLiteral("the disk is full"), [&] { ++saveAs; });
+    EXPECT_FALSE(toasts.window());
+    auto shown = [] {
+        return run(QStringLiteral("dunstctl"), {QStringLiteral("count"), QStringLiteral("displayed")})
+            .out.trimmed();
+    };
+    ASSERT_TRUE(waitUntil([&] { return shown() == "1"; }));
+    // Its default action is what the toast's button did.
+    run(QStringLiteral("dunstctl"), {QStringLiteral("action"), QStringLiteral("0")});
+    EXPECT_TRUE(waitUntil([&] { return saveAs == 1; }));
+
+    toasts.sendResultsTo(nullptr);
+    toasts.presentNotSaved(QStringLiteral("the disk is full"));
+    EXPECT_TRUE(toasts.window());
+    server.terminate();
+    server.waitForFinished();
 }
 
 TEST_F(ToastCenterTest, DismissFadesTheToastOut) {
