@@ -121,6 +121,10 @@ void SelectionView::releaseInput() {
 
 QPointF SelectionView::globalPoint(const QMouseEvent* event) const {
     const QPointF reported = event->globalPosition();
+    // After a nudge the cursor sits as near the pointer as whole points allow; while it stays
+    // there, the pointer is where the nudge put it.
+    if (nudgedCursor_ && reported.toPoint() == *nudgedCursor_)
+        return selection_->mousePoint();
     // Qt rounds pointer positions to whole points, so on a scaled screen every other pixel
     // could not be pointed at. The display server's last report names the exact pixel, on
     // whichever monitor it is (this view grabs the pointer, so reports are relative to it); it
@@ -138,11 +142,8 @@ QPointF SelectionView::globalPoint(const QMouseEvent* event) const {
 }
 
 void SelectionView::mouseMoveEvent(QMouseEvent* event) {
-    // The cursor following a nudge reports a rounded position; the nudge already placed the
-    // pointer exactly.
-    const std::optional<QPoint> warped = std::exchange(warpedTo_, std::nullopt);
-    if (warped && event->globalPosition().toPoint() == *warped)
-        return;
+    if (nudgedCursor_ && event->globalPosition().toPoint() != *nudgedCursor_)
+        nudgedCursor_.reset(); // the user moved the pointer on
     const bool square = event->modifiers().testFlag(Qt::ShiftModifier);
     hooks_.change([&] {
         selection_->setSquare(square);
@@ -181,8 +182,11 @@ void SelectionView::nudge(QPoint pixels) {
     if (!movesPointer)
         return;
     // The cursor follows as closely as whole points allow.
-    warpedTo_ = pointer.toPoint();
-    QCursor::setPos(screen(), *warpedTo_);
+    nudgedCursor_ = pointer.toPoint();
+    const int display = selection_->pointerDisplay();
+    QScreen* target = display >= 0 ? selection_->desktop().displays[std::size_t(display)].screen
+                                   : nullptr;
+    QCursor::setPos(target ? target : screen(), *nudgedCursor_);
 }
 
 void SelectionView::keyHeld(int key, bool held) {

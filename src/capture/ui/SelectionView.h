@@ -80,7 +80,7 @@ private:
     bool grabbed_ = false;
     bool finished_ = false;
     QSet<int> heldKeys_;             // hint keys down now
-    std::optional<QPoint> warpedTo_; // where a nudge put the cursor, until its echo arrives
+    std::optional<QPoint> nudgedCursor_; // where the last nudge put the cursor, while it is there
 };
 
 } // namespace qm
