@@ -78,7 +78,8 @@ public:
 
     // The part of the adjusted area at a point.
     Handle handleAt(QPointF point) const;
-    // The eight handles' squares while adjusting, corners first; empty otherwise.
+    // The eight handles' squares while adjusting, clockwise from the top-left corner (the
+    // order of Handle); empty otherwise.
     std::vector<QRectF> handleRects() const;
 
     // The front-most listed window under the pointer; none while an area is dragged or kept.

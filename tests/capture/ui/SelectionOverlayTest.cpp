@@ -501,3 +501,26 @@ TEST_F(SelectionOverlayTest, ASelectionRunsFromOneMonitorOntoTheNext) {
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(SelectionOverlayTest, HintShowsForTheFirstSelectionsThenWhileAKeyIsHeld) {
+    begin(); // a fresh controller: the user's first selection
+    ASSERT_TRUE(selection().hint());
+    const QRectF hint = view()->painter().hintRect();
+    const QRectF screenRect = screen->geometry();
+    EXPECT_TRUE(screenRect.contains(hint));
+    EXPECT_GT(hint.top(), screenRect.center().y()); // along the bottom
+    controller.cancel();
+
+    results.clear();
+    controller.setSelectionsShown(SelectionOverlayController::pinnedHintSelections);
+    begin();
+    EXPECT_FALSE(selection().hint());
+    keyDown(QStringLiteral("space"));
+    EXPECT_TRUE(waitUntil([&] { return selection().hint().has_value(); }));
+    keyUp(QStringLiteral("space"));
+    EXPECT_TRUE(waitUntil([&] { return !selection().hint().has_value(); }));
+}
+
+} // namespace
