@@ -36,6 +36,12 @@ void SelectionOverlayController::begin(const FrozenDesktop& desktop, const QStri
                                        Completion onComplete) {
     closeView();
     onComplete_ = std::move(onComplete);
+    if (desktop.displays.empty()) {
+        // Nothing to pick on: answer "cancelled" rather than never.
+        QMetaObject::invokeMethod(
+            this, [this] { finish(std::nullopt); }, Qt::QueuedConnection);
+        return;
+    }
     selection_ = std::make_shared<SelectionModel>(desktop, verb, adjustBeforeCapturing_);
     selection_->move(QCursor::pos());
     selection_->setHintPinned(selectionsShown_ < pinnedHintSelections);

@@ -184,8 +184,8 @@ void SelectionView::nudge(QPoint pixels) {
     // The cursor follows as closely as whole points allow.
     nudgedCursor_ = pointer.toPoint();
     const int display = selection_->pointerDisplay();
-    QScreen* target = display >= 0 ? selection_->desktop().displays[std::size_t(display)].screen
-                                   : nullptr;
+    QScreen* target =
+        display >= 0 ? selection_->desktop().displays[std::size_t(display)].screen : nullptr;
     QCursor::setPos(target ? target : screen(), *nudgedCursor_);
 }
 
