@@ -15,6 +15,7 @@ const QString kOverlayDismiss = QStringLiteral("afterCapture.overlayDismiss");
 const QString kClipboard = QStringLiteral("afterCapture.clipboard");
 const QString kEditor = QStringLiteral("afterCapture.editor");
 const QString kSound = QStringLiteral("afterCapture.sound");
+const QString kAdjustArea = QStringLiteral("capture.adjustArea");
 const QString kSystemAudio = QStringLiteral("recording.systemAudio");
 const QString kMicrophone = QStringLiteral("recording.microphone");
 const QString kTrimWindow = QStringLiteral("recording.trimWindow");
@@ -94,6 +95,7 @@ Preferences::Preferences(SettingsStore& store, ThemeApplier applyTheme, QObject*
     setCopyToClipboardAfterCapture(m_store.boolValue(kClipboard));
     setOpenEditorAfterCapture(m_store.boolValue(kEditor));
     setPlayCaptureSound(m_store.boolValue(kSound));
+    setAdjustAreaBeforeCapturing(m_store.boolValue(kAdjustArea));
     setRecordSystemAudio(m_store.boolValue(kSystemAudio));
     setRecordMicrophone(m_store.boolValue(kMicrophone));
     setTrimAfterRecording(m_store.boolValue(kTrimWindow));
@@ -162,6 +164,11 @@ void Preferences::setTrimAfterRecording(bool on) {
 void Preferences::setRecordWebcam(bool on) {
     assign(m_recordWebcam, on, kWebcam, &Preferences::recordWebcamChanged);
 }
+void Preferences::setAdjustAreaBeforeCapturing(bool on) {
+    assign(m_adjustAreaBeforeCapturing, on, kAdjustArea,
+           &Preferences::adjustAreaBeforeCapturingChanged);
+}
+
 void Preferences::setHighlightClicks(bool on) {
     assign(m_highlightClicks, on, kClickHighlights, &Preferences::highlightClicksChanged);
 }

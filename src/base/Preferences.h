@@ -54,6 +54,9 @@ public:
     void setOpenEditorAfterCapture(bool on);
     bool playCaptureSound() const { return m_playCaptureSound; }
     void setPlayCaptureSound(bool on);
+    // "Adjust area before capturing": the dragged area stays, with handles, until confirmed.
+    bool adjustAreaBeforeCapturing() const { return m_adjustAreaBeforeCapturing; }
+    void setAdjustAreaBeforeCapturing(bool on);
     bool recordSystemAudio() const { return m_recordSystemAudio; }
     void setRecordSystemAudio(bool on);
     bool recordMicrophone() const { return m_recordMicrophone; }
@@ -102,6 +105,7 @@ Q_SIGNALS:
     void copyToClipboardAfterCaptureChanged(bool on);
     void openEditorAfterCaptureChanged(bool on);
     void playCaptureSoundChanged(bool on);
+    void adjustAreaBeforeCapturingChanged(bool on);
     void recordSystemAudioChanged(bool on);
     void recordMicrophoneChanged(bool on);
     void trimAfterRecordingChanged(bool on);
@@ -133,6 +137,7 @@ private:
     bool m_copyToClipboardAfterCapture = true;
     bool m_openEditorAfterCapture = false;
     bool m_playCaptureSound = true;
+    bool m_adjustAreaBeforeCapturing = false;
     bool m_recordSystemAudio = true;
     bool m_recordMicrophone = false;
     bool m_trimAfterRecording = true;

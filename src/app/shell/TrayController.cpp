@@ -106,6 +106,13 @@ void TrayController::rebuildMenu() {
             m_model.performDelayed(kind, seconds);
         });
 
+    QMenu* options =
+        menu->addMenu(themedIcon(QStringLiteral("configure")), QStringLiteral("Options"));
+    QAction* adjust = options->addAction(QStringLiteral("Adjust Area Before Capturing"));
+    adjust->setCheckable(true);
+    adjust->setChecked(m_preferences.adjustAreaBeforeCapturing());
+    connect(adjust, &QAction::toggled, &m_preferences, &Preferences::setAdjustAreaBeforeCapturing);
+
     const QStringList recent = recentCaptures(m_preferences.outputDirectory());
     if (!recent.isEmpty()) {
         QMenu* sub = menu->addMenu(themedIcon(QStringLiteral("document-open-recent")),

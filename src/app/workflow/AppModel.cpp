@@ -65,6 +65,9 @@ void AppModel::configure() {
     m_router->connectCards();
     connect(&m_services.preferences, &Preferences::quillmarkHotkeysChanged, this,
             &AppModel::registerHotkeys);
+    overlay().setAdjustBeforeCapturing(m_services.preferences.adjustAreaBeforeCapturing());
+    connect(&m_services.preferences, &Preferences::adjustAreaBeforeCapturingChanged, this,
+            [this](bool on) { overlay().setAdjustBeforeCapturing(on); });
 }
 
 void AppModel::registerHotkeys() {

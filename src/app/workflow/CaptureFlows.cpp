@@ -34,6 +34,14 @@ QString captureLabel(CaptureKind kind) {
     return {};
 }
 
+namespace {
+// The frozen screen under the middle of an area, where its flash shows.
+QScreen* screenOf(const FrozenDesktop& frozen, const QRectF& area) {
+    const int display = frozen.displayAt(area.center());
+    return display < 0 ? nullptr : frozen.displays[std::size_t(display)].screen.data();
+}
+} // namespace
+
 CaptureFlows::CaptureFlows(ScreenCaptureManager& capture, platform::SurfaceBackend& surfaces,
                            SoundPlayer& sounds, Report report, QObject* parent)
     : QObject(parent)
@@ -70,10 +78,11 @@ void CaptureFlows::perform(CaptureKind kind) {
 }
 
 void CaptureFlows::captureRegion() {
-    m_capture.captureActiveDisplay(this, [this](CaptureResult<DisplayCapture> result) {
+    // Every monitor is frozen, so an area may run from one onto another.
+    m_capture.captureDesktop(this, [this](CaptureResult<FrozenDesktop> result) {
         if (!result.ok())
             return fail(result.error());
-        const DisplayCapture frozen = std::move(result).value();
+        const FrozenDesktop frozen = std::move(result).value();
         m_overlay.begin(frozen, QStringLiteral("Capture"),
                         [this, frozen](std::optional<SelectionResult> selection) {
                             if (!selection) {
@@ -87,13 +96,13 @@ void CaptureFlows::captureRegion() {
                             const auto image = ScreenCaptureManager::crop(frozen, area);
                             if (!image)
                                 return failed(QStringLiteral("Region crop failed"));
-                            CaptureFlash::flash(area, frozen.screen);
+                            CaptureFlash::flash(area, screenOf(frozen, area));
                             m_report.captured(*image, captureLabel(CaptureKind::Region));
                         });
     });
 }
 
-void CaptureFlows::captureChosenWindow(const DisplayCapture& frozen, const CapturedWindow& window) {
+void CaptureFlows::captureChosenWindow(const FrozenDesktop& frozen, const CapturedWindow& window) {
     m_capture.captureWindow(window, this, [this, frozen, window](CaptureResult<QImage> result) {
         setCapturing(false);
         std::optional<QImage> image;
@@ -107,7 +116,7 @@ void CaptureFlows::captureChosenWindow(const DisplayCapture& frozen, const Captu
         }
         if (!image)
             return failed(QStringLiteral("Window capture failed"));
-        CaptureFlash::flash(window.frame, frozen.screen);
+        CaptureFlash::flash(window.frame, screenOf(frozen, window.frame));
         m_report.captured(*image, captureLabel(CaptureKind::Window));
     });
 }
@@ -151,10 +160,10 @@ void CaptureFlows::performDelayed(CaptureKind kind, int seconds) {
         return;
     }
     setCapturing(true);
-    m_capture.captureActiveDisplay(this, [this, seconds](CaptureResult<DisplayCapture> result) {
+    m_capture.captureDesktop(this, [this, seconds](CaptureResult<FrozenDesktop> result) {
         if (!result.ok())
             return fail(result.error());
-        const DisplayCapture frozen = std::move(result).value();
+        const FrozenDesktop frozen = std::move(result).value();
         m_overlay.begin(frozen, QStringLiteral("Capture"),
                         [this, frozen, seconds](std::optional<SelectionResult> selection) {
                             setCapturing(false);
@@ -165,8 +174,8 @@ void CaptureFlows::performDelayed(CaptureKind kind, int seconds) {
     });
 }
 
-void CaptureFlows::delayedLiveCapture(const DisplayCapture& frozen,
-                                      const SelectionResult& selection, int seconds) {
+void CaptureFlows::delayedLiveCapture(const FrozenDesktop& frozen, const SelectionResult& selection,
+                                      int seconds) {
     m_report.status(QStringLiteral("Capturing in %1s…").arg(seconds));
     // What changes on screen during the countdown is what gets captured.
     auto fire = [this, frozen, selection] {
@@ -180,21 +189,21 @@ void CaptureFlows::delayedLiveCapture(const DisplayCapture& frozen,
                     if (!result.ok())
                         return fail(result.error());
                     setCapturing(false);
-                    CaptureFlash::flash(chosen.frame, frozen.screen);
+                    CaptureFlash::flash(chosen.frame, screenOf(frozen, chosen.frame));
                     m_report.captured(result.value(), captureLabel(CaptureKind::Window));
                 });
             return;
         }
         const QRectF area = std::get<QRectF>(selection);
-        m_capture.capture(frozen.screen, this, [this, area](CaptureResult<DisplayCapture> result) {
+        m_capture.captureDesktop(this, [this, area](CaptureResult<FrozenDesktop> result) {
             if (!result.ok())
                 return fail(result.error());
             setCapturing(false);
-            const DisplayCapture live = std::move(result).value();
+            const FrozenDesktop live = std::move(result).value();
             const auto image = ScreenCaptureManager::crop(live, area);
             if (!image)
                 return failed(QStringLiteral("Region crop failed"));
-            CaptureFlash::flash(area, live.screen);
+            CaptureFlash::flash(area, screenOf(live, area));
             m_report.captured(*image, captureLabel(CaptureKind::Region));
         });
     };

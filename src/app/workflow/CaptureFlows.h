@@ -53,8 +53,8 @@ private:
     void captureFrontWindow();
     void captureFullScreen();
     std::function<void(CaptureResult<QImage>)> finishWholeScreenCapture(CaptureKind kind);
-    void captureChosenWindow(const DisplayCapture& frozen, const CapturedWindow& window);
-    void delayedLiveCapture(const DisplayCapture& frozen, const SelectionResult& selection,
+    void captureChosenWindow(const FrozenDesktop& frozen, const CapturedWindow& window);
+    void delayedLiveCapture(const FrozenDesktop& frozen, const SelectionResult& selection,
                             int seconds);
     void fail(const CaptureFailure& failure);
     void failed(const QString& status);

@@ -54,6 +54,7 @@ std::vector<CapturedWindow> onScreenWindows(const std::vector<platform::ServerWi
         CapturedWindow captured;
         captured.frame = frame;
         captured.appName = window.ownerName;
+        captured.title = window.title;
         if (capturable.count(window.id))
             captured.windowId = window.id;
         result.push_back(std::move(captured));

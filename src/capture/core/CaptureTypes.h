@@ -23,6 +23,7 @@ struct CapturedWindow {
     QRectF frame;                          // frame including decorations, global points
     std::optional<QString> appName;        // from WM_CLASS
     std::optional<std::uint32_t> windowId; // the server's window, when it can be captured live
+    std::optional<QString> title;          // the window's own title, when it has one
     friend bool operator==(const CapturedWindow&, const CapturedWindow&) = default;
 };
 
@@ -31,6 +32,7 @@ struct DisplayCapture {
     QImage image; // full-resolution pixels, devicePixelRatio = scale
     QPointer<QScreen> screen;
     QRectF geometry;    // the screen's rectangle in global points when it was frozen
+    QPoint pixelOrigin; // its top-left corner in desktop pixels
     double scale = 1.0; // pixels per point
     std::vector<CapturedWindow> windows; // front-most first
 
@@ -42,6 +44,17 @@ struct DisplayCapture {
             return std::nullopt;
         return image.pixelColor(x, y);
     }
+};
+
+// Every screen frozen at once, so a selection may run from one monitor onto another.
+struct FrozenDesktop {
+    std::vector<DisplayCapture> displays;
+    std::vector<CapturedWindow> windows; // front-most first, across all screens
+
+    // The screen containing a global point, else the one nearest to it; -1 without screens.
+    int displayAt(QPointF global) const;
+    // The screen Qt knows by `screen`, -1 when it was not frozen.
+    int displayOf(const QScreen* screen) const;
 };
 
 // What the selection overlay answers: an area in global points, or a window. Absent means

@@ -96,6 +96,7 @@ void ScreenCaptureManager::capture(QScreen* screen, QObject* context,
                     frozen.image.setDevicePixelRatio(mapping.scale);
                     frozen.screen = target;
                     frozen.scale = mapping.scale;
+                    frozen.pixelOrigin = mapping.pixelOrigin;
                     frozen.geometry =
                         QRectF(mapping.logicalOrigin, QSizeF(frozen.image.size()) / mapping.scale);
                     frozen.windows =

@@ -26,6 +26,8 @@ public:
 
     // Freezes one screen: its pixels at full resolution and the windows on the desktop.
     void capture(QScreen* screen, QObject* context, Completion<DisplayCapture> done);
+    // Freezes every screen, for a selection that may run from one monitor onto another.
+    void captureDesktop(QObject* context, Completion<FrozenDesktop> done);
     // Freezes the screen under the pointer.
     void captureActiveDisplay(QObject* context, Completion<DisplayCapture> done);
     // The screen under the pointer as an image, without the window list.
@@ -41,6 +43,9 @@ public:
     // A region (global points) of a frozen screen at its full resolution, rounded outwards to
     // whole pixels and clipped to the screen; nothing when it misses the screen.
     static std::optional<QImage> crop(const DisplayCapture& capture, const QRectF& rect);
+    // A region (global points) of the frozen desktop, each part from its own screen at that
+    // screen's resolution; what no monitor covers is transparent.
+    static std::optional<QImage> crop(const FrozenDesktop& desktop, const QRectF& rect);
 
     // The name by which the display server knows the screen.
     static QString displayId(const QScreen* screen);

@@ -2,6 +2,7 @@
 
 #include "capture/core/SelectionModel.h"
 
+#include <QFont>
 #include <QFontMetricsF>
 #include <QGuiApplication>
 #include <QPainter>
@@ -14,7 +15,8 @@ namespace qm {
 namespace {
 
 constexpr double kDimAlpha = 0.35;
-constexpr double kReadoutGap = 14.0; // between the loupe and its readout pills
+constexpr double kReadoutGap = 14.0;    // between the loupe and its readout pills
+constexpr double kHintBottomGap = 28.0; // from the screen's bottom edge to the hint's centre
 
 QColor accentColor() {
     return QGuiApplication::palette().color(QPalette::Highlight);
@@ -62,15 +64,20 @@ QPointF colorPillCenter(const QRectF& loupe) {
 
 } // namespace
 
-SelectionPainter::SelectionPainter(const SelectionModel& selection)
-    : selection_(selection) {}
+SelectionPainter::SelectionPainter(const SelectionModel& selection, int display)
+    : selection_(selection)
+    , display_(display) {}
 
-QRectF SelectionPainter::viewRect() const {
-    return {QPointF(0, 0), selection_.viewSize()};
+QRectF SelectionPainter::screenRect() const {
+    return selection_.desktop().displays[std::size_t(display_)].geometry;
+}
+
+bool SelectionPainter::hasPointer() const {
+    return selection_.pointerDisplay() == display_;
 }
 
 const QImage& SelectionPainter::dimmedBackdrop() const {
-    const DisplayCapture& background = selection_.background();
+    const DisplayCapture& background = selection_.desktop().displays[std::size_t(display_)];
     if (dimmedBackdrop_.isNull() && !background.image.isNull()) {
         dimmedBackdrop_ = background.image.convertToFormat(QImage::Format_RGB32);
         dimmedBackdrop_.setDevicePixelRatio(1.0);
@@ -85,35 +92,66 @@ const QImage& SelectionPainter::dimmedBackdrop() const {
 void SelectionPainter::drawUndimmed(QPainter& painter, const QRectF& rect) const {
     painter.save();
     painter.setClipRect(rect, Qt::IntersectClip);
-    painter.drawImage(viewRect(), selection_.background().image);
+    painter.drawImage(screenRect(), selection_.desktop().displays[std::size_t(display_)].image);
     painter.restore();
 }
 
-QRectF SelectionPainter::windowHighlightRect(const CapturedWindow& window) const {
-    return window.frame.translated(-selection_.screenOrigin()).intersected(viewRect());
+QRectF SelectionPainter::windowLabelRect() const {
+    const std::optional<CapturedWindow> window = selection_.hoveredWindow();
+    if (!window)
+        return {};
+    const QString label = selection_.windowLabel(*window);
+    return selection_.windowLabelRect(*window, pillRect(label, {}, true).size());
+}
+
+QRectF SelectionPainter::hintRect() const {
+    const std::optional<QString> hint = selection_.hint();
+    const int pointer = selection_.pointerDisplay();
+    if (!hint || pointer < 0)
+        return {};
+    const QRectF screen = selection_.desktop().displays[std::size_t(pointer)].geometry;
+    return pillRect(*hint, QPointF(screen.center().x(), screen.bottom() - kHintBottomGap), false);
 }
 
 void SelectionPainter::drawWindowHighlight(QPainter& painter, const CapturedWindow& window) const {
-    const QRectF area = windowHighlightRect(window);
-    if (area.isEmpty())
-        return;
-    const QColor accent = accentColor();
-    drawUndimmed(painter, area);
-    painter.fillRect(area, withAlpha(accent, 0.18));
-    painter.save();
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(QPen(accent, 2.0));
-    painter.setBrush(Qt::NoBrush);
-    painter.drawRect(area.adjusted(1, 1, -1, -1));
-    painter.restore();
-    drawPill(painter, selection_.windowLabel(window), area.center(), true);
+    const QRectF area = window.frame.intersected(screenRect());
+    if (!area.isEmpty()) {
+        const QColor accent = accentColor();
+        drawUndimmed(painter, area);
+        painter.fillRect(area, withAlpha(accent, 0.18));
+        painter.save();
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(QPen(accent, 2.0));
+        painter.setBrush(Qt::NoBrush);
+        painter.drawRect(area.adjusted(1, 1, -1, -1));
+        painter.restore();
+    }
+    const QRectF label = windowLabelRect();
+    if (label.intersects(screenRect()))
+        drawPill(painter, selection_.windowLabel(window), label.center(), true);
 }
 
+void SelectionPainter::drawArea(QPainter& painter) const {
+    const QRectF area = selection_.currentRect();
+    if (area.isEmpty())
+        return;
+    drawUndimmed(painter, area.intersected(screenRect()));
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(QPen(accentColor(), 1.5));
+    painter.setBrush(Qt::NoBrush);
+    painter.drawRect(area);
+    painter.setPen(QPen(accentColor(), 1.0));
+    painter.setBrush(Qt::white);
+    for (const QRectF& handle : selection_.handleRects())
+        painter.drawRect(handle);
+    painter.restore();
+}
 void SelectionPainter::drawLoupe(QPainter& painter) const {
     const QRectF loupe = selection_.loupeRect();
     if (loupe.isEmpty())
         return;
-    const DisplayCapture& background = selection_.background();
+    const DisplayCapture& background = selection_.desktop().displays[std::size_t(display_)];
     const double diameter = SelectionModel::loupeDiameter;
     const QPointF center = loupe.center();
     const QColor accent = accentColor();
@@ -186,48 +224,50 @@ void SelectionPainter::drawReadouts(QPainter& painter, const QRectF& loupe) cons
 
 QRegion SelectionPainter::overlayRegion() const {
     QRegion region;
+    const QPointF origin = screenRect().topLeft();
     const auto add = [&](const QRectF& r) {
         if (!r.isEmpty())
-            region += r.toAlignedRect().adjusted(-3, -3, 3, 3);
+            region += r.translated(-origin).toAlignedRect().adjusted(-3, -3, 3, 3);
     };
-    if (selection_.isDragging()) {
-        add(selection_.currentRect());
+    if (selection_.isDragging() || selection_.isAdjusting()) {
+        add(selection_.currentRect().adjusted(
+            -SelectionModel::handleSize, -SelectionModel::handleSize, SelectionModel::handleSize,
+            SelectionModel::handleSize));
     } else if (const std::optional<CapturedWindow> window = selection_.hoveredWindow()) {
-        const QRectF area = windowHighlightRect(*window);
-        add(area);
-        add(pillRect(selection_.windowLabel(*window), area.center(), true));
+        add(window->frame.intersected(screenRect()));
+        add(windowLabelRect());
     }
-    const QRectF loupe = selection_.loupeRect();
-    if (!loupe.isEmpty()) {
-        add(loupe);
-        if (const std::optional<QString> size = selection_.sizeReadout())
-            add(pillRect(*size, sizePillCenter(loupe), false));
-        add(pillRect(selection_.colorReadout(), colorPillCenter(loupe), false));
+    if (hasPointer()) {
+        const QRectF loupe = selection_.loupeRect();
+        if (!loupe.isEmpty()) {
+            add(loupe);
+            if (const std::optional<QString> size = selection_.sizeReadout())
+                add(pillRect(*size, sizePillCenter(loupe), false));
+            add(pillRect(selection_.colorReadout(), colorPillCenter(loupe), false));
+        }
+        add(hintRect());
     }
     return region;
 }
 
 void SelectionPainter::paint(QPainter& painter) const {
+    // Everything is drawn in global points; the view shows its own screen's part.
+    painter.translate(-screenRect().topLeft());
     const QImage& backdrop = dimmedBackdrop();
     if (!backdrop.isNull())
-        painter.drawImage(viewRect(), backdrop);
+        painter.drawImage(screenRect(), backdrop);
     else
-        painter.fillRect(viewRect(), Qt::black);
+        painter.fillRect(screenRect(), Qt::black);
 
-    const QRectF region = selection_.currentRect();
-    if (!selection_.isDragging()) {
-        if (const std::optional<CapturedWindow> window = selection_.hoveredWindow())
-            drawWindowHighlight(painter, *window);
-    } else if (!region.isEmpty()) {
-        drawUndimmed(painter, region);
-        painter.save();
-        painter.setRenderHint(QPainter::Antialiasing);
-        painter.setPen(QPen(accentColor(), 1.5));
-        painter.setBrush(Qt::NoBrush);
-        painter.drawRect(region);
-        painter.restore();
+    if (selection_.isDragging() || selection_.isAdjusting())
+        drawArea(painter);
+    else if (const std::optional<CapturedWindow> window = selection_.hoveredWindow())
+        drawWindowHighlight(painter, *window);
+    if (hasPointer()) {
+        drawLoupe(painter);
+        if (const std::optional<QString> hint = selection_.hint())
+            drawPill(painter, *hint, hintRect().center(), false);
     }
-    drawLoupe(painter);
 }
 
 } // namespace qm

@@ -2,6 +2,7 @@
 
 #include "TestSupport.h"
 #include "X11TestDesktop.h"
+#include "capture/core/FrozenDesktop.h"
 #include "platform/capture/null/NullCaptureBackend.h"
 #include "platform/capture/x11/X11CaptureBackend.h"
 
@@ -203,6 +204,12 @@ TEST_F(ScreenCaptureManagerTest, WindowListIsFrontMostFirstWithoutOursOrTinyOnes
     ForeignWindow tiny(QStringLiteral("QmTiny"), Qt::yellow, placeOn(screen, 300, 400, "1x1"));
     ASSERT_TRUE(back.ok() && front.ok() && tiny.ok());
     front.activate();
+    // A title in UTF-8, as toolkits set it; the window label shows it.
+    const QString title = QStringLiteral("Inbox — Mail");
+    test::run(QStringLiteral("xprop"),
+              {QStringLiteral("-id"), QString::number(front.window()), QStringLiteral("-f"),
+               QStringLiteral("_NET_WM_NAME"), QStringLiteral("8u"), QStringLiteral("-set"),
+               QStringLiteral("_NET_WM_NAME"), title});
 
     DisplayCapture frozen;
     auto names = [&] {
@@ -219,7 +226,9 @@ TEST_F(ScreenCaptureManagerTest, WindowListIsFrontMostFirstWithoutOursOrTinyOnes
         return inside &&
                QColor(inside->pixel(inside->width() / 2, inside->height() / 2)) ==
                    QColor(Qt::green) &&
-               names() == std::vector<QString>{QStringLiteral("QmFront"), QStringLiteral("QmBack")};
+               names() ==
+                   std::vector<QString>{QStringLiteral("QmFront"), QStringLiteral("QmBack")} &&
+               frozen.windows.front().title == title;
     })) << names().size();
 
     // What Qt drew is in the frozen picture, pixel for pixel.
@@ -295,6 +304,76 @@ TEST_F(ScreenCaptureManagerTest, ActiveDisplayIsTheOneUnderThePointer) {
         EXPECT_EQ(full.size(), monitors.at(screen->name()).size());
         EXPECT_EQ(full.devicePixelRatio(), screen->devicePixelRatio());
         EXPECT_EQ(misplaced(full, pixelOrigin(screen)), 0);
+    }
+}
+
+TEST_F(ScreenCaptureManagerTest, ASelectionAcrossMonitorsHoldsEachMonitorsOwnPixels) {
+    const FrozenDesktop desktop =
+        await<FrozenDesktop>([&](auto done) { manager->captureDesktop(&context, done); });
+    const auto screens = QGuiApplication::screens();
+    ASSERT_EQ(desktop.displays.size(), std::size_t(screens.size()));
+    for (const DisplayCapture& display : desktop.displays) {
+        ASSERT_TRUE(display.screen);
+        EXPECT_EQ(display.pixelOrigin, pixelOrigin(display.screen));
+        EXPECT_EQ(misplaced(display.image, display.pixelOrigin), 0);
+    }
+
+    // Where the test itself expects each screen's pixels of a selection: on the desktop.
+    const auto expectedPieces = [&](const QRectF& r) {
+        std::vector<QRect> pieces;
+        for (QScreen* screen : screens) {
+            const QRectF part = r & QRectF(screen->geometry());
+            if (part.isEmpty())
+                continue;
+            const double s = screen->devicePixelRatio();
+            const QPointF g = screen->geometry().topLeft();
+            const QPoint o = pixelOrigin(screen);
+            const int x0 = int(std::floor((part.left() - g.x()) * s + 1e-9));
+            const int y0 = int(std::floor((part.top() - g.y()) * s + 1e-9));
+            const int x1 = int(std::ceil((part.right() - g.x()) * s - 1e-9));
+            const int y1 = int(std::ceil((part.bottom() - g.y()) * s - 1e-9));
+            pieces.push_back(QRect(o + QPoint(x0, y0), o + QPoint(x1 - 1, y1 - 1)));
+        }
+        return pieces;
+    };
+    const QRectF first = screens.first()->geometry();
+    const QRectF last = screens.last()->geometry();
+    // From the first screen onto the last: through the middle of both, and along the bottom
+    // of the shorter one, where part of the area lies on no monitor.
+    const QRectF selections[] = {
+        QRectF(QPointF(first.right() - 120.5, last.top() + 300),
+               QPointF(last.left() + 80.25, last.top() + 400)),
+        QRectF(QPointF(first.right() - 50, last.bottom() - 30),
+               QPointF(last.left() + 50, std::min(first.bottom(), last.bottom() + 40))),
+        QRectF(first.topLeft() + QPointF(10.3, 20.7), QSizeF(100.2, 50.5)),
+    };
+    for (const QRectF& r : selections) {
+        SCOPED_TRACE(QStringLiteral("%1,%2 %3x%4")
+                         .arg(r.x())
+                         .arg(r.y())
+                         .arg(r.width())
+                         .arg(r.height())
+                         .toStdString());
+        const std::vector<QRect> pieces = expectedPieces(r);
+        ASSERT_FALSE(pieces.empty());
+        QRect bounds;
+        for (const QRect& piece : pieces)
+            bounds |= piece;
+        const auto image = ScreenCaptureManager::crop(desktop, r);
+        ASSERT_TRUE(image);
+        ASSERT_EQ(image->size(), bounds.size());
+        int wrong = 0;
+        for (int y = 0; y < image->height(); ++y)
+            for (int x = 0; x < image->width(); ++x) {
+                const QPoint onDesktop = bounds.topLeft() + QPoint(x, y);
+                const bool shown = std::any_of(pieces.begin(), pieces.end(), [&](const QRect& p) {
+                    return p.contains(onDesktop);
+                });
+                const QRgb pixel = image->pixel(x, y);
+                wrong += shown ? qAlpha(pixel) != 255 || patternPoint(pixel) != onDesktop
+                               : qAlpha(pixel) != 0;
+            }
+        EXPECT_EQ(wrong, 0);
     }
 }
 

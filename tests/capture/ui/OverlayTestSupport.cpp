@@ -21,6 +21,7 @@ DisplayCapture syntheticCapture(QScreen* screen, std::vector<CapturedWindow> win
     capture.screen = screen;
     capture.geometry = screen->geometry();
     capture.scale = screen->devicePixelRatio();
+    capture.pixelOrigin = toDevice(screen, screen->geometry().topLeft());
     const QSize pixels(int(std::lround(capture.geometry.width() * capture.scale)),
                        int(std::lround(capture.geometry.height() * capture.scale)));
     QImage image(pixels, QImage::Format_RGB32);

@@ -39,6 +39,7 @@ struct ServerWindow {
     std::optional<std::int64_t> pid;  // owning process, when it says
     std::optional<QRect> bounds;      // the frame, including decorations
     std::optional<QString> ownerName; // the application's name
+    std::optional<QString> title;     // what the window's title bar says
 };
 
 // The pixels of one window and where its frame lies on the desktop.

@@ -22,13 +22,22 @@ std::unique_ptr<X11Display> X11Display::open(const QByteArray& displayName) {
         return nullptr;
     d->screen = it.data;
 
-    const char* names[AtomCount] = {"_NET_CLIENT_LIST_STACKING",   "_NET_CLIENT_LIST",
-                                    "_NET_ACTIVE_WINDOW",          "_NET_WM_PID",
-                                    "_NET_WM_WINDOW_TYPE",         "_NET_WM_WINDOW_TYPE_NORMAL",
-                                    "_NET_WM_WINDOW_TYPE_DIALOG",  "_NET_WM_WINDOW_TYPE_DOCK",
-                                    "_NET_WM_WINDOW_TYPE_DESKTOP", "_NET_WM_STATE",
-                                    "_NET_WM_STATE_HIDDEN",        "_NET_WM_WINDOW_OPACITY",
-                                    "_GTK_FRAME_EXTENTS",          nullptr};
+    const char* names[AtomCount] = {"_NET_CLIENT_LIST_STACKING",
+                                    "_NET_CLIENT_LIST",
+                                    "_NET_ACTIVE_WINDOW",
+                                    "_NET_WM_PID",
+                                    "_NET_WM_WINDOW_TYPE",
+                                    "_NET_WM_WINDOW_TYPE_NORMAL",
+                                    "_NET_WM_WINDOW_TYPE_DIALOG",
+                                    "_NET_WM_WINDOW_TYPE_DOCK",
+                                    "_NET_WM_WINDOW_TYPE_DESKTOP",
+                                    "_NET_WM_STATE",
+                                    "_NET_WM_STATE_HIDDEN",
+                                    "_NET_WM_WINDOW_OPACITY",
+                                    "_GTK_FRAME_EXTENTS",
+                                    "_NET_WM_NAME",
+                                    "UTF8_STRING",
+                                    nullptr};
     const QByteArray compositor = "_NET_WM_CM_S" + QByteArray::number(d->screenNumber);
     names[CompositorSelection] = compositor.constData();
     xcb_intern_atom_cookie_t cookies[AtomCount];

@@ -22,6 +22,8 @@ enum Atom {
     StateHidden,
     WmWindowOpacity,
     GtkFrameExtents,
+    WmName,
+    Utf8String,
     CompositorSelection,
     AtomCount
 };

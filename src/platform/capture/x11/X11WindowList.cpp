@@ -21,6 +21,22 @@ std::optional<QString> applicationName(const xcb_get_property_reply_t* reply) {
     return std::nullopt;
 }
 
+// The title the window asks for: _NET_WM_NAME in UTF-8, else the older WM_NAME.
+std::optional<QString> windowTitle(const xcb_get_property_reply_t* netName,
+                                   const xcb_get_property_reply_t* name) {
+    for (const xcb_get_property_reply_t* reply : {netName, name}) {
+        if (!reply || reply->format != 8)
+            continue;
+        const QByteArray text(static_cast<const char*>(xcb_get_property_value(reply)),
+                              xcb_get_property_value_length(reply));
+        const QString title = reply == netName ? QString::fromUtf8(text).trimmed()
+                                               : QString::fromLocal8Bit(text).trimmed();
+        if (!title.isEmpty())
+            return title;
+    }
+    return std::nullopt;
+}
+
 // The top-level ancestor (child of the root) of each window: the window manager's frame.
 std::vector<xcb_window_t> frames(X11Display& d, const std::vector<xcb_window_t>& windows) {
     xcb_connection_t* c = d.c;
@@ -118,7 +134,8 @@ std::vector<ServerWindow> listWindows(X11Display& d) {
     struct Cookies {
         xcb_get_window_attributes_cookie_t attributes;
         xcb_get_geometry_cookie_t geometry;
-        xcb_get_property_cookie_t type, state, pid, opacity, frameOpacity, wmClass, shadow;
+        xcb_get_property_cookie_t type, state, pid, opacity, frameOpacity, wmClass, shadow, netName,
+            name;
     };
     std::vector<Cookies> cookies;
     cookies.reserve(clients.size());
@@ -132,7 +149,9 @@ std::vector<ServerWindow> listWindows(X11Display& d) {
                            d.property(client, d.atoms[WmWindowOpacity], XCB_ATOM_CARDINAL, 1),
                            d.property(frame, d.atoms[WmWindowOpacity], XCB_ATOM_CARDINAL, 1),
                            d.property(client, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 256),
-                           d.property(client, d.atoms[GtkFrameExtents], XCB_ATOM_CARDINAL, 4)});
+                           d.property(client, d.atoms[GtkFrameExtents], XCB_ATOM_CARDINAL, 4),
+                           d.property(client, d.atoms[WmName], d.atoms[Utf8String], 1024),
+                           d.property(client, XCB_ATOM_WM_NAME, XCB_GET_PROPERTY_TYPE_ANY, 1024)});
     }
 
     std::vector<ServerWindow> windows;
@@ -147,6 +166,8 @@ std::vector<ServerWindow> listWindows(X11Display& d) {
         auto frameOpacity = wait(c, xcb_get_property_reply, k.frameOpacity);
         auto wmClass = wait(c, xcb_get_property_reply, k.wmClass);
         auto shadow = wait(c, xcb_get_property_reply, k.shadow);
+        auto netName = wait(c, xcb_get_property_reply, k.netName);
+        auto name = wait(c, xcb_get_property_reply, k.name);
 
         if (!attributes || attributes->map_state != XCB_MAP_STATE_VIEWABLE ||
             attributes->_class != XCB_WINDOW_CLASS_INPUT_OUTPUT)
@@ -172,6 +193,7 @@ std::vector<ServerWindow> listWindows(X11Display& d) {
                                                 geometry->height + 2 * geometry->border_width),
                                           propertyValues<uint32_t>(shadow.get()));
         window.ownerName = applicationName(wmClass.get());
+        window.title = windowTitle(netName.get(), name.get());
         windows.push_back(std::move(window));
     }
     d.drainEvents();
