@@ -8,7 +8,9 @@
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <functional>
 #include <gtest/gtest.h>
+#include <limits>
 #include <sys/inotify.h>
 #include <unistd.h>
 
@@ -211,7 +213,7 @@ TEST_F(PreferencesTest, OutputFolderIsStoredAsPathAndRecreated) {
         IniSettingsStore store(path());
         Preferences prefs(store);
         QSignalSpy spy(&prefs, &Preferences::outputDirectoryChanged);
-        prefs.setOutputDirectory(folder);
+        ASSERT_TRUE(prefs.setOutputDirectory(folder));
         EXPECT_EQ(spy.count(), 1);
         EXPECT_TRUE(QDir(folder).exists());
     }
@@ -224,9 +226,141 @@ TEST_F(PreferencesTest, OutputFolderIsStoredAsPathAndRecreated) {
     EXPECT_TRUE(QDir(folder).exists());
 
     // Reset to default stores the default path explicitly.
-    prefs.setOutputDirectory(Preferences::defaultDirectory());
+    ASSERT_TRUE(prefs.setOutputDirectory(Preferences::defaultDirectory()));
     turn();
     EXPECT_EQ(file().value(Preferences::outputKey).toString(), Preferences::defaultDirectory());
+}
+
+TEST_F(PreferencesTest, HandEditedValuesThatDoNotFitReadAsTheirDefaultsAndAreLogged) {
+    // Values kept: loose spellings of booleans, whole numbers written as decimals, the limits.
+    // Values refused: the wrong type, out of range, not one of the choices.
+    struct Case {
+        const char* line;
+        std::function<QVariant(const Preferences&)> read;
+        QVariant expected;
+        bool logged;
+    };
+    auto gifFps = [](const Preferences& p) { return QVariant(p.gifFPS()); };
+    auto overlay = [](const Preferences& p) { return QVariant(p.showQuickAccessOverlay()); };
+    auto editor = [](const Preferences& p) { return QVariant(p.openEditorAfterCapture()); };
+    auto retention = [](const Preferences& p) { return QVariant(p.retentionDays()); };
+    auto dismiss = [](const Preferences& p) { return QVariant(p.overlayDismissSeconds()); };
+    auto size = [](const Preferences& p) { return QVariant(p.gifMaxDimension()); };
+    auto model = [](const Preferences& p) { return QVariant(p.aiModel()); };
+    auto theme = [](const Preferences& p) { return QVariant(rawValue(p.theme())); };
+    const Case cases[] = {
+        {"afterCapture.overlay=False", overlay, false, false},
+        {"afterCapture.overlay=\" no \"", overlay, false, false},
+        {"afterCapture.editor= YES ", editor, true, false},
+        {"afterCapture.editor=1", editor, true, false},
+        {"afterCapture.overlay=maybe", overlay, true, true},
+        {"afterCapture.editor=2", editor, false, true},
+        {"gif.fps=50", gifFps, 50.0, false},
+        {"gif.fps=-5", gifFps, 12.0, true},
+        {"gif.fps=51", gifFps, 12.0, true},
+        {"gif.fps=nan", gifFps, 12.0, true},
+        {"gif.fps=fast", gifFps, 12.0, true},
+        {"gif.maxDimension=0", size, 960.0, true},
+        {"gif.maxDimension=1e400", size, 960.0, true},
+        {"library.retentionDays=30.0", retention, 30, false},
+        {"library.retentionDays=-1", retention, 0, true},
+        {"library.retentionDays=7.5", retention, 0, true},
+        {"library.retentionDays=99999999999", retention, 0, true},
+        {"afterCapture.overlayDismiss=-3", dismiss, qint64(0), true},
+        {"afterCapture.overlayDismiss=31536001", dismiss, qint64(0), true},
+        {"afterCapture.overlayDismiss=\"3, 5\"", dismiss, qint64(0), true},
+        {"ai.model=claude-haiku-4-5-20251001", model, QStringLiteral("claude-haiku-4-5-20251001"),
+         false},
+        {"ai.model=gpt-4", model, QStringLiteral("claude-sonnet-5"), true},
+        {"ai.model=claude-opus-4-8, claude-sonnet-5", model, QStringLiteral("claude-sonnet-5"),
+         true},
+        {"appTheme=purple", theme, QStringLiteral("system"), true},
+    };
+    for (const Case& c : cases) {
+        // By hand: no [General] line, Windows line ends, an unrelated key that must survive.
+        QFile f(path());
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        f.write(QByteArray("someone.else=kept\r\n") + c.line + "\r\n");
+        f.close();
+        test::LogCapture log;
+        {
+            IniSettingsStore store(path());
+            Preferences prefs(store);
+            EXPECT_EQ(c.read(prefs), c.expected) << c.line;
+            EXPECT_TRUE(prefs.settingsProblem().isEmpty()) << "a bad value is no damaged file";
+        }
+        const QString key = QString::fromLatin1(c.line).section(QLatin1Char('='), 0, 0);
+        const QStringList lines = log.lines().filter(QStringLiteral("the setting ") + key);
+        EXPECT_EQ(lines.size(), c.logged ? 1 : 0)
+            << c.line << log.lines().join(QLatin1Char('\n')).toStdString();
+        // The one line names the key and the value found.
+        if (c.logged && !lines.isEmpty()) {
+            EXPECT_TRUE(lines.front().contains(QStringLiteral("%1 = \"").arg(key)))
+                << lines.front().toStdString();
+        }
+        EXPECT_EQ(file().value(QStringLiteral("someone.else")).toString(), QStringLiteral("kept"));
+    }
+    test::LogCapture log;
+    IniSettingsStore store(path());
+    Preferences prefs(store);
+    EXPECT_TRUE(log.lines().filter(QStringLiteral("the setting")).isEmpty())
+        << "the default replaced the bad value in the file";
+}
+
+TEST_F(PreferencesTest, TheOutputFolderIsStoredAbsoluteAndARelativeOneIsRefused) {
+    const QString home = QDir::homePath();
+    {
+        IniSettingsStore store(path());
+        Preferences prefs(store);
+        QSignalSpy changed(&prefs, &Preferences::outputDirectoryChanged);
+        ASSERT_TRUE(prefs.setOutputDirectory(QStringLiteral("~/Shots/")));
+        EXPECT_EQ(prefs.outputDirectory(), home + QStringLiteral("/Shots"));
+        EXPECT_TRUE(QDir(home + QStringLiteral("/Shots")).exists());
+        for (const char* refused : {"Shots", "./Shots", "../Shots", "~bob/Shots", "", "  "}) {
+            const Status set = prefs.setOutputDirectory(QString::fromLatin1(refused));
+            ASSERT_FALSE(set) << refused;
+            EXPECT_FALSE(set.error().reason.isEmpty());
+            EXPECT_EQ(prefs.outputDirectory(), home + QStringLiteral("/Shots")) << refused;
+        }
+        EXPECT_EQ(prefs.setOutputDirectory(QStringLiteral("Shots")).error().reason,
+                  QStringLiteral("“Shots” is not a full folder path; it must start with / or ~"));
+        EXPECT_EQ(changed.count(), 1);
+        EXPECT_FALSE(QDir(QStringLiteral("Shots")).exists())
+            << "nothing made in the current folder";
+    }
+    EXPECT_EQ(file().value(Preferences::outputKey).toString(), home + QStringLiteral("/Shots"));
+
+    // By hand: "~" is the home folder; a relative folder is logged and the default used.
+    const std::pair<const char*, QString> stored[] = {{"~", home},
+                                                      {"~/Shots", home + QStringLiteral("/Shots")},
+                                                      {"Shots", Preferences::defaultDirectory()}};
+    for (const auto& [text, expected] : stored) {
+        file().setValue(Preferences::outputKey, QString::fromLatin1(text));
+        test::LogCapture log;
+        IniSettingsStore store(path());
+        Preferences prefs(store);
+        EXPECT_EQ(prefs.outputDirectory(), expected) << text;
+        EXPECT_EQ(log.contains(QStringLiteral("the setting outputDirectoryPath = \"Shots\"")),
+                  expected == Preferences::defaultDirectory());
+    }
+}
+
+TEST_F(PreferencesTest, ADismissDelayPast32BitMillisecondsRoundTrips) {
+    // 30 days: 2,592,000,000 ms, more than a 32-bit count of milliseconds holds.
+    constexpr qint64 thirtyDays = 30LL * 24 * 60 * 60;
+    {
+        IniSettingsStore store(path());
+        Preferences prefs(store);
+        QSignalSpy changed(&prefs, &Preferences::overlayDismissSecondsChanged);
+        prefs.setOverlayDismissSeconds(thirtyDays);
+        ASSERT_EQ(changed.count(), 1);
+        EXPECT_EQ(changed.front().front().toLongLong(), thirtyDays);
+    }
+    IniSettingsStore store(path());
+    Preferences prefs(store);
+    EXPECT_EQ(prefs.overlayDismissSeconds(), thirtyDays);
+    EXPECT_EQ(prefs.overlayDismissDelay().count(), 2'592'000'000LL);
+    EXPECT_GT(prefs.overlayDismissDelay().count(), std::numeric_limits<qint32>::max());
 }
 
 TEST_F(PreferencesTest, LastUpdateCheckRules) {

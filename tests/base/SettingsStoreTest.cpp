@@ -206,32 +206,39 @@ TEST_F(SettingsStoreTest, EveryValueReadsBackAsWrittenByQSettingsAndByTheNextSta
         {QStringLiteral("list.two"), QStringList{QStringLiteral("a, b"), QStringLiteral("c")}},
         {QStringLiteral("odd key/in a group"), QStringLiteral("grouped")},
     };
+    // Written by the store or by QSettings (older files), read by either: the same values.
+    const QString byStore = dir.filePath(QStringLiteral("store.conf"));
+    const QString byQSettings = dir.filePath(QStringLiteral("qsettings.conf"));
     {
-        IniSettingsStore store(path());
-        for (auto it = values.begin(); it != values.end(); ++it)
+        IniSettingsStore store(byStore);
+        QSettings qsettings(byQSettings, QSettings::IniFormat);
+        for (auto it = values.begin(); it != values.end(); ++it) {
             store.setValue(it.key(), it.value());
-    }
-    const QSettings file(path(), QSettings::IniFormat);
-    ASSERT_EQ(file.status(), QSettings::NoError);
-    IniSettingsStore again(path());
-    for (auto it = values.begin(); it != values.end(); ++it) {
-        const QVariant& v = it.value();
-        const auto key = it.key().toStdString();
-        if (v.typeId() == QMetaType::QString) {
-            EXPECT_EQ(file.value(it.key()).toString(), v.toString()) << key;
-            EXPECT_EQ(again.stringValue(it.key()), v.toString()) << key;
-        } else if (v.typeId() == QMetaType::QByteArray) {
-            EXPECT_EQ(file.value(it.key()).toByteArray(), allBytes);
-            EXPECT_EQ(again.dataValue(it.key()), allBytes);
-        } else if (v.typeId() == QMetaType::QStringList) {
-            EXPECT_EQ(file.value(it.key()).toStringList(), v.toStringList());
-        } else {
-            EXPECT_EQ(file.value(it.key()).toString(), v.toString()) << key;
+            qsettings.setValue(it.key(), it.value());
         }
     }
-    EXPECT_EQ(again.integerValue(QStringLiteral("number.big")), 5'000'000'000);
-    EXPECT_EQ(again.doubleValue(QStringLiteral("number.fraction")), 0.1);
-    EXPECT_TRUE(again.boolValue(QStringLiteral("flag.on")));
+    for (const QString& written : {byStore, byQSettings}) {
+        const QSettings file(written, QSettings::IniFormat);
+        ASSERT_EQ(file.status(), QSettings::NoError);
+        IniSettingsStore store(written);
+        for (auto it = values.begin(); it != values.end(); ++it) {
+            const QVariant& v = it.value();
+            const std::string where = it.key().toStdString() + " in " + written.toStdString();
+            if (v.typeId() == QMetaType::QByteArray) {
+                EXPECT_EQ(file.value(it.key()).toByteArray(), allBytes) << where;
+                EXPECT_EQ(store.dataValue(it.key()), allBytes) << where;
+            } else if (v.typeId() == QMetaType::QStringList) {
+                EXPECT_EQ(file.value(it.key()).toStringList(), v.toStringList()) << where;
+                EXPECT_EQ(store.value(it.key())->toStringList(), v.toStringList()) << where;
+            } else {
+                EXPECT_EQ(file.value(it.key()).toString(), v.toString()) << where;
+                EXPECT_EQ(store.stringValue(it.key()), v.toString()) << where;
+            }
+        }
+        EXPECT_EQ(store.integerValue(QStringLiteral("number.big")), 5'000'000'000);
+        EXPECT_EQ(store.doubleValue(QStringLiteral("number.fraction")), 0.1);
+        EXPECT_TRUE(store.boolValue(QStringLiteral("flag.on")));
+    }
 }
 
 } // namespace
