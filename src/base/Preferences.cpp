@@ -181,6 +181,7 @@ Preferences::Preferences(SettingsStore& store, ThemeApplier applyTheme, QObject*
     for (const auto& [key, value] : registeredDefaults())
         defaults.insert(key, value);
     m_store.registerDefaults(defaults);
+    // Each member holds its built-in value until it is read: that is the key's default.
     const CheckedReader read(m_store);
 
     m_outputDirectory = read.folder(outputKey, defaultDirectory());
@@ -192,25 +193,26 @@ Preferences::Preferences(SettingsStore& store, ThemeApplier applyTheme, QObject*
 
     const QStringList themes{rawValue(AppTheme::System), rawValue(AppTheme::Light),
                              rawValue(AppTheme::Dark)};
-    setTheme(appThemeFromRaw(read.choice(kTheme, rawValue(AppTheme::System), themes)));
+    setTheme(appThemeFromRaw(read.choice(kTheme, rawValue(m_theme), themes)));
 
-    setShowQuickAccessOverlay(read.flag(kOverlay, true));
-    setOverlayDismissSeconds(read.integer(kOverlayDismiss, 0, 0, kLongestDismissSeconds));
-    setCopyToClipboardAfterCapture(read.flag(kClipboard, true));
-    setOpenEditorAfterCapture(read.flag(kEditor, false));
-    setPlayCaptureSound(read.flag(kSound, true));
-    setRecordSystemAudio(read.flag(kSystemAudio, true));
-    setRecordMicrophone(read.flag(kMicrophone, false));
-    setTrimAfterRecording(read.flag(kTrimWindow, true));
-    setRecordWebcam(read.flag(kWebcam, false));
-    setHighlightClicks(read.flag(kClickHighlights, false));
-    setRetentionDays(int(read.integer(kRetentionDays, 0, 0, kLongestRetentionDays)));
-    setSearchImageText(read.flag(kOcrSearch, true));
-    setGifFPS(read.number(kGifFps, 12, 1, kFastestGifFps));
-    setGifMaxDimension(read.number(kGifMaxDimension, 960, 16, 8192));
-    setAiModel(read.choice(kAiModel, kDefaultAiModel, aiModels()));
+    setShowQuickAccessOverlay(read.flag(kOverlay, m_showQuickAccessOverlay));
+    setOverlayDismissSeconds(
+        read.integer(kOverlayDismiss, m_overlayDismissSeconds, 0, kLongestDismissSeconds));
+    setCopyToClipboardAfterCapture(read.flag(kClipboard, m_copyToClipboardAfterCapture));
+    setOpenEditorAfterCapture(read.flag(kEditor, m_openEditorAfterCapture));
+    setPlayCaptureSound(read.flag(kSound, m_playCaptureSound));
+    setRecordSystemAudio(read.flag(kSystemAudio, m_recordSystemAudio));
+    setRecordMicrophone(read.flag(kMicrophone, m_recordMicrophone));
+    setTrimAfterRecording(read.flag(kTrimWindow, m_trimAfterRecording));
+    setRecordWebcam(read.flag(kWebcam, m_recordWebcam));
+    setHighlightClicks(read.flag(kClickHighlights, m_highlightClicks));
+    setRetentionDays(int(read.integer(kRetentionDays, m_retentionDays, 0, kLongestRetentionDays)));
+    setSearchImageText(read.flag(kOcrSearch, m_searchImageText));
+    setGifFPS(read.number(kGifFps, m_gifFPS, 1, kFastestGifFps));
+    setGifMaxDimension(read.number(kGifMaxDimension, m_gifMaxDimension, 16, 8192));
+    setAiModel(read.choice(kAiModel, m_aiModel, aiModels()));
 
-    setAutomaticUpdateChecks(read.flag(kUpdatesAutomatic, true));
+    setAutomaticUpdateChecks(read.flag(kUpdatesAutomatic, m_automaticUpdateChecks));
     // Seconds since 1970; no more than the year 9999, so the milliseconds stay in 64 bits.
     const double lastCheck = read.number(kUpdatesLastCheck, 0, -1e12, 253'402'300'799.0);
     m_lastUpdateCheck =
