@@ -10,7 +10,9 @@
 #include <QFileInfo>
 #include <QStandardPaths>
 #include <QStringList>
+#include <QThreadPool>
 #include <QTimer>
+#include <QtConcurrent/QtConcurrentRun>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -155,12 +157,14 @@ std::optional<QByteArray> SettingsStore::dataValue(const QString& key) const {
 struct IniSettingsStore::Private {
     explicit Private(QString file)
         : path(std::move(file)) {
+        writer.setMaxThreadCount(1);
         flushTimer.setSingleShot(true);
         flushTimer.setInterval(0);
         QObject::connect(&flushTimer, &QTimer::timeout, &flushTimer, [this] { flush(); });
         // The store may outlive the event loop in main(); quitting must not lose a change.
         if (auto* app = QCoreApplication::instance())
-            QObject::connect(app, &QCoreApplication::aboutToQuit, &flushTimer, [this] { flush(); });
+            QObject::connect(app, &QCoreApplication::aboutToQuit, &flushTimer,
+                             [this] { flushNow(); });
         load();
     }
 
@@ -196,22 +200,51 @@ struct IniSettingsStore::Private {
             flushTimer.start();
     }
 
-    Status write() const {
+    // Replaces the file by the given text; on the writer thread, or at the end on this one.
+    static Status writeFile(const QString& path, const QByteArray& text) {
         const QFileInfo info(path);
         if (info.isDir())
             return failure(QStringLiteral("a folder is in the way of the settings file “%1”")
                                .arg(info.fileName()));
         if (Status folder = SafeWrite::ensureFolder(info.absolutePath()); !folder)
             return folder;
-        return SafeWrite::replaceFile(path, SettingsIni::text(values));
+        return SafeWrite::replaceFile(path, text);
     }
 
+    // Hands the values to the writer thread: the disk may take its time (the data is flushed
+    // to it), never the user's.
     void flush() {
         flushTimer.stop();
         if (!dirty || !writable)
             return;
-        if (const Status written = write(); !written) {
-            // Kept pending, so the next change or quitting tries again; told once per reason.
+        dirty = false;
+        const int number = ++writesStarted;
+        QtConcurrent::run(&writer, &Private::writeFile, path, SettingsIni::text(values))
+            .then(&flushTimer, [this, number](const Status& written) { settled(number, written); });
+    }
+
+    // Waits for the writer, then writes what is still pending here and now: when the store
+    // goes away, the application quits, or someone asks to sync.
+    void flushNow() {
+        flushTimer.stop();
+        writer.waitForDone();
+        // The results of finished writes wait in the event queue; hear them first, in order.
+        QCoreApplication::sendPostedEvents(&flushTimer, QEvent::MetaCall);
+        if (!dirty || !writable)
+            return;
+        dirty = false;
+        const int number = ++writesStarted;
+        settled(number, writeFile(path, SettingsIni::text(values)));
+    }
+
+    void settled(int number, const Status& written) {
+        // A result that arrives after a newer one has nothing left to say.
+        if (number < writesSettled)
+            return;
+        writesSettled = number;
+        if (!written) {
+            // Pending again, so the next change or quitting tries again; told once per reason.
+            dirty = true;
             const QString problem =
                 QStringLiteral("Your settings could not be saved: %1.").arg(written.error().reason);
             if (problem != lastWriteProblem)
@@ -219,7 +252,6 @@ struct IniSettingsStore::Private {
             lastWriteProblem = problem;
             return;
         }
-        dirty = false;
         lastWriteProblem.clear();
         ++writes;
     }
@@ -239,9 +271,13 @@ struct IniSettingsStore::Private {
     bool dirty = false;
     bool writable = true;
     int writes = 0;
+    int writesStarted = 0;
+    int writesSettled = 0;
     ProblemHandler handler;
     QStringList unheard;
     QString lastWriteProblem;
+    // One thread, so the writes reach the disk in the order they were made.
+    QThreadPool writer;
 };
 
 IniSettingsStore::IniSettingsStore()
@@ -251,7 +287,7 @@ IniSettingsStore::IniSettingsStore(const QString& path)
     : d(std::make_unique<Private>(path)) {}
 
 IniSettingsStore::~IniSettingsStore() {
-    d->flush();
+    d->flushNow();
 }
 
 QString IniSettingsStore::defaultPath() {
@@ -292,11 +328,9 @@ bool IniSettingsStore::contains(const QString& key) const {
 }
 
 void IniSettingsStore::sync() {
-    if (d->dirty) {
-        d->flush();
-        return;
-    }
-    if (!d->writable)
+    const bool pending = d->dirty || d->writesStarted > d->writesSettled;
+    d->flushNow();
+    if (pending || !d->writable)
         return;
     if (auto read = SettingsIni::readFile(d->path))
         d->values = std::move(*read);

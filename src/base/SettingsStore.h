@@ -49,10 +49,10 @@ public:
 };
 
 // The settings file, in INI format: $XDG_CONFIG_HOME/quillworks/Quillmark.conf unless a path
-// is given. Reads see every write at once; the file is replaced in one step (never half
-// written) at most once per turn of the event loop (a burst of writes, such as loading the
-// preferences, makes one write), and at the latest when the store goes away or the
-// application quits.
+// is given. Reads see every write at once. The file is replaced in one step (never half
+// written) on a thread of its own, at most once per turn of the event loop (a burst of writes,
+// such as loading the preferences, makes one write); when the store goes away or the
+// application quits, pending changes are written before it returns.
 //
 // A file that cannot be read or is not a settings file is moved aside to
 // "Quillmark.conf.bad-<date>-<time>" before anything is written, and the defaults apply. If it
@@ -71,10 +71,12 @@ public:
     void setValue(const QString& key, const QVariant& value) override;
     void remove(const QString& key) override;
     bool contains(const QString& key) const override;
-    // Writes pending changes now, or else rereads values another program changed.
+    // Writes pending changes now and waits until they are on disk; with none pending, rereads
+    // values another program changed.
     void sync() override;
     void setProblemHandler(ProblemHandler handler) override;
-    // Times the file was replaced: at most one per turn of the event loop.
+    // Times the file was replaced (writes that finished): at most one per turn of the event
+    // loop.
     int writeCount() const;
 
 private:

@@ -24,8 +24,12 @@ protected:
     QString path() const { return dir.filePath(QStringLiteral("Quillmark.conf")); }
     // What another program (or the next launch) finds in the file.
     QSettings file() const { return QSettings(path(), QSettings::IniFormat); }
-    // The store writes the file once the event loop turns.
-    static void turn() { QCoreApplication::processEvents(); }
+    // The store hands its changes to its writer once the event loop turns; this also waits
+    // until they are on disk.
+    static void turn(IniSettingsStore& store) {
+        QCoreApplication::processEvents();
+        store.sync();
+    }
     // The bytes in the file. (A QSettings on the same file in this process would share the
     // store's unwritten changes.)
     QByteArray onDisk() const {
@@ -64,7 +68,7 @@ TEST_F(PreferencesTest, FreshStoreYieldsDefaultsAndWritesThemBack) {
 
     // Loading writes every value back, so the file holds the full set, but the output
     // folder is only stored once the user picks one.
-    turn();
+    turn(store);
     QSettings f(path(), QSettings::IniFormat);
     EXPECT_EQ(f.value(QStringLiteral("appTheme")).toString(), QStringLiteral("system"));
     EXPECT_EQ(f.value(QStringLiteral("afterCapture.overlay")).toBool(), true);
@@ -125,7 +129,7 @@ TEST_F(PreferencesTest, ThemeStringsOnlyMatchExactly) {
         EXPECT_EQ(prefs.theme(), expected) << raw;
         EXPECT_EQ(applied, expected) << raw;
         // The theme is written back in its canonical spelling.
-        turn();
+        turn(store);
         EXPECT_EQ(file().value(QStringLiteral("appTheme")).toString(), rawValue(expected));
     }
 }
@@ -227,7 +231,7 @@ TEST_F(PreferencesTest, OutputFolderIsStoredAsPathAndRecreated) {
 
     // Reset to default stores the default path explicitly.
     ASSERT_TRUE(prefs.setOutputDirectory(Preferences::defaultDirectory()));
-    turn();
+    turn(store);
     EXPECT_EQ(file().value(Preferences::outputKey).toString(), Preferences::defaultDirectory());
 }
 
@@ -381,7 +385,7 @@ TEST_F(PreferencesTest, LastUpdateCheckRules) {
     ASSERT_TRUE(prefs.lastUpdateCheck());
     EXPECT_EQ(prefs.lastUpdateCheck()->toSecsSinceEpoch(), 1'800'000'000);
     prefs.setLastUpdateCheck(std::nullopt);
-    turn();
+    turn(store);
     EXPECT_FALSE(file().contains(QStringLiteral("updates.lastCheck")));
 }
 
@@ -425,14 +429,16 @@ TEST_F(PreferencesTest, ABurstOfWritesIsOneWriteOfTheFileAndNothingIsLostAtTheEn
         EXPECT_EQ(writes.count(), 0);
         EXPECT_FALSE(onDisk().contains("gif.fps"));
 
-        turn();
+        // The write happens on the writer's thread, after the turn.
+        QCoreApplication::processEvents();
+        ASSERT_TRUE(test::waitUntil([&] { return store.writeCount() == 1; }));
         EXPECT_EQ(writes.count(), 1);
-        EXPECT_EQ(store.writeCount(), 1);
         EXPECT_TRUE(onDisk().contains("gif.fps=15"));
         EXPECT_TRUE(onDisk().contains("appTheme=dark"));
 
-        turn(); // nothing new, nothing written
+        turn(store); // nothing new, nothing written
         EXPECT_EQ(writes.count(), 1);
+        EXPECT_EQ(store.writeCount(), 1);
 
         // A change just before the store goes away is not left behind.
         prefs.setRetentionDays(90);

@@ -27,9 +27,11 @@ void put(const QString& path, const QByteArray& bytes) {
     f.write(bytes);
 }
 
-// The store writes once the event loop turns.
-void turn() {
+// The store hands its changes to its writer once the event loop turns; this also waits until
+// they are on disk.
+void turn(IniSettingsStore& store) {
     QCoreApplication::processEvents();
+    store.sync();
 }
 
 // A small file system of its own that can be made read-only (we run as root here and in CI,
@@ -79,7 +81,7 @@ TEST_F(SettingsStoreTest, ADamagedFileIsKeptAsideTheDefaultsApplyAndTheUserIsTol
         EXPECT_FALSE(prefs.openEditorAfterCapture());
         EXPECT_EQ(prefs.gifFPS(), 12.0);
         QSignalSpy told(&prefs, &Preferences::settingsProblemReported);
-        turn();
+        turn(store);
         // The defaults are in the new file; the old one is there, untouched.
         EXPECT_TRUE(contents(path()).contains("gif.fps=12"));
         ASSERT_FALSE(setAside().isEmpty());
@@ -111,15 +113,15 @@ TEST_F(SettingsStoreTest, AFolderWhereTheFileShouldBeIsReportedOnceAndNothingIsL
     Preferences prefs(store);
     QSignalSpy told(&prefs, &Preferences::settingsProblemReported);
     EXPECT_TRUE(prefs.settingsProblem().isEmpty()) << "a folder is no damaged file";
-    turn();
+    turn(store);
     ASSERT_EQ(told.count(), 1);
     EXPECT_EQ(told.front().front().toString(),
               QStringLiteral("Your settings could not be saved: a folder is in the way of the "
                              "settings file “Quillmark.conf”."));
     prefs.setGifFPS(20);
-    turn();
+    turn(store);
     prefs.setTheme(AppTheme::Dark);
-    turn();
+    turn(store);
     EXPECT_EQ(told.count(), 1);
     EXPECT_EQ(store.writeCount(), 0);
     EXPECT_TRUE(QFileInfo(path()).isDir()) << "the folder is not ours to remove";
@@ -127,7 +129,7 @@ TEST_F(SettingsStoreTest, AFolderWhereTheFileShouldBeIsReportedOnceAndNothingIsL
     // Once the folder is gone, the next change writes everything, the earlier ones too.
     ASSERT_TRUE(QDir(path()).removeRecursively());
     prefs.setRecordMicrophone(true);
-    turn();
+    turn(store);
     EXPECT_EQ(store.writeCount(), 1);
     const QSettings file(path(), QSettings::IniFormat);
     EXPECT_EQ(file.value(QStringLiteral("gif.fps")).toDouble(), 20.0);
@@ -151,9 +153,9 @@ TEST_F(SettingsStoreTest,
         Preferences prefs(store);
         EXPECT_EQ(prefs.gifFPS(), 20.0) << "a file that cannot be written is still read";
         QSignalSpy told(&prefs, &Preferences::settingsProblemReported);
-        turn();
+        turn(store);
         prefs.setGifFPS(8);
-        turn();
+        turn(store);
         ASSERT_EQ(told.count(), 1);
         EXPECT_EQ(told.front().front().toString(),
                   QStringLiteral("Your settings could not be saved: %1.").arg(why));
@@ -177,7 +179,7 @@ TEST_F(SettingsStoreTest,
         QSignalSpy told(&prefs, &Preferences::settingsProblemReported);
         ASSERT_TRUE(makeReadOnly(false));
         prefs.setGifFPS(15);
-        turn();
+        turn(store);
         EXPECT_EQ(told.count(), 0);
         EXPECT_EQ(store.writeCount(), 0);
     }
