@@ -11,6 +11,7 @@
 #include "capture/core/ScreenCaptureManager.h"
 #include "capture/core/ShareableContentCache.h"
 #include "cards/FloatingShotManager.h"
+#include "platform/desktop/Notifications.h"
 #include "platform/shortcuts/api/GlobalShortcutBackend.h"
 #include "platform/sound/api/SoundPlayer.h"
 #include "shortcuts/HotkeyManager.h"
@@ -102,6 +103,25 @@ int main(int argc, char** argv) {
     auto sounds = qm::makeSoundPlayer();
     qm::ToastCenter toasts;
     qm::FloatingShotManager cards(preferences, toasts);
+
+    // Settings that could not be read or written are told once, where results are told.
+    auto tellSettingsProblem = [&toasts](const QString& problem) {
+        toasts.present(problem, QStringLiteral("dialog-warning"), qm::ToastCenter::Style::Error);
+    };
+    QObject::connect(&preferences, &qm::Preferences::settingsProblemReported, &toasts,
+                     tellSettingsProblem);
+    if (const QString problem = preferences.settingsProblem(); !problem.isEmpty())
+        QTimer::singleShot(0, &toasts,
+                           [tellSettingsProblem, problem] { tellSettingsProblem(problem); });
+
+    qm::DesktopNotifications notifications;
+    auto routeResults = [&](bool asNotifications) {
+        toasts.sendResultsTo(asNotifications && notifications.available() ? &notifications
+                                                                          : nullptr);
+    };
+    routeResults(preferences.resultsAsNotifications());
+    QObject::connect(&preferences, &qm::Preferences::resultsAsNotificationsChanged, &toasts,
+                     routeResults);
 
     qm::AppModel model(
         {preferences, captureManager, contentCache, *surfaces, hotkeys, *sounds, toasts, cards});

@@ -16,6 +16,7 @@ const QString kClipboard = QStringLiteral("afterCapture.clipboard");
 const QString kEditor = QStringLiteral("afterCapture.editor");
 const QString kSound = QStringLiteral("afterCapture.sound");
 const QString kAdjustArea = QStringLiteral("capture.adjustArea");
+const QString kResultNotifications = QStringLiteral("resultsAsNotifications");
 const QString kSystemAudio = QStringLiteral("recording.systemAudio");
 const QString kMicrophone = QStringLiteral("recording.microphone");
 const QString kTrimWindow = QStringLiteral("recording.trimWindow");
@@ -29,6 +30,106 @@ const QString kAiModel = QStringLiteral("ai.model");
 const QString kUpdatesAutomatic = QStringLiteral("updates.automatic");
 const QString kUpdatesLastCheck = QStringLiteral("updates.lastCheck");
 const QString kDefaultAiModel = QStringLiteral("claude-sonnet-5");
+
+// A card may wait up to a year; far past what 32-bit milliseconds (24.8 days) could hold.
+constexpr qint64 kLongestDismissSeconds = 365LL * 24 * 60 * 60;
+constexpr qint64 kLongestRetentionDays = 100LL * 365;
+// A GIF frame lasts a whole number of hundredths of a second: 50 frames a second at most.
+constexpr double kFastestGifFps = 50;
+
+QStringList aiModels() {
+    return {kDefaultAiModel, QStringLiteral("claude-opus-4-8"),
+            QStringLiteral("claude-haiku-4-5-20251001")};
+}
+
+QString shown(const QVariant& value) {
+    return value.typeId() == QMetaType::QStringList
+               ? value.toStringList().join(QStringLiteral(", "))
+               : value.toString();
+}
+
+// Reads the stored values, checking each: one that does not fit is logged with its key and
+// value, and the default given is used.
+class CheckedReader {
+public:
+    explicit CheckedReader(const SettingsStore& store)
+        : m_store(store) {}
+
+    bool flag(const QString& key, bool fallback) const {
+        const auto stored = m_store.value(key);
+        if (!stored)
+            return fallback;
+        if (const auto on = SettingsStore::toBool(*stored))
+            return *on;
+        return reject(key, *stored, QStringLiteral("not true or false"),
+                      fallback ? QStringLiteral("true") : QStringLiteral("false"), fallback);
+    }
+
+    qint64 integer(const QString& key, qint64 fallback, qint64 min, qint64 max) const {
+        const auto stored = m_store.value(key);
+        if (!stored)
+            return fallback;
+        const auto i = SettingsStore::toInteger(*stored);
+        if (!i)
+            return reject(key, *stored, QStringLiteral("not a whole number"),
+                          QString::number(fallback), fallback);
+        if (*i < min || *i > max)
+            return reject(key, *stored, QStringLiteral("not between %1 and %2").arg(min).arg(max),
+                          QString::number(fallback), fallback);
+        return *i;
+    }
+
+    double number(const QString& key, double fallback, double min, double max) const {
+        const auto stored = m_store.value(key);
+        if (!stored)
+            return fallback;
+        const auto d = SettingsStore::toDouble(*stored);
+        if (!d)
+            return reject(key, *stored, QStringLiteral("not a number"), QString::number(fallback),
+                          fallback);
+        if (*d < min || *d > max)
+            return reject(key, *stored, QStringLiteral("not between %1 and %2").arg(min).arg(max),
+                          QString::number(fallback), fallback);
+        return *d;
+    }
+
+    QString choice(const QString& key, const QString& fallback, const QStringList& choices) const {
+        const auto stored = m_store.value(key);
+        if (!stored)
+            return fallback;
+        if (stored->typeId() == QMetaType::QString && choices.contains(stored->toString()))
+            return stored->toString();
+        return reject(key, *stored,
+                      QStringLiteral("not one of %1").arg(choices.join(QStringLiteral(", "))),
+                      fallback, fallback);
+    }
+
+    // An absolute folder; "~" is the home folder.
+    QString folder(const QString& key, const QString& fallback) const {
+        const auto stored = m_store.value(key);
+        if (!stored || (stored->typeId() == QMetaType::QString && stored->toString().isEmpty()))
+            return fallback;
+        if (stored->typeId() != QMetaType::QString)
+            return reject(key, *stored, QStringLiteral("not a folder path"), fallback, fallback);
+        auto folder = Preferences::absoluteFolder(stored->toString());
+        if (!folder)
+            return reject(key, *stored, QStringLiteral("not a full folder path"), fallback,
+                          fallback);
+        return *folder;
+    }
+
+private:
+    template <typename T>
+    static T reject(const QString& key, const QVariant& stored, const QString& why,
+                    const QString& used, T fallback) {
+        qCWarning(lcApp).noquote()
+            << QStringLiteral("Quillmark: the setting %1 = \"%2\" is %3; using %4")
+                   .arg(key, shown(stored), why, used);
+        return fallback;
+    }
+
+    const SettingsStore& m_store;
+};
 } // namespace
 
 QString rawValue(AppTheme theme) {
@@ -73,46 +174,59 @@ Preferences::Preferences(SettingsStore& store, ThemeApplier applyTheme, QObject*
     : QObject(parent)
     , m_store(store)
     , m_applyTheme(std::move(applyTheme)) {
+    // A problem found while the file was read lands here at once; later ones are signalled.
+    m_store.setProblemHandler([this](const QString& problem) {
+        m_settingsProblem = problem;
+        Q_EMIT settingsProblemReported(problem);
+    });
     QVariantMap defaults;
     for (const auto& [key, value] : registeredDefaults())
         defaults.insert(key, value);
     m_store.registerDefaults(defaults);
+    // Each member holds its built-in value until it is read: that is the key's default.
+    const CheckedReader read(m_store);
 
-    const auto storedFolder = m_store.stringValue(outputKey);
-    m_outputDirectory = storedFolder && !storedFolder->isEmpty()
-                            ? QDir::cleanPath(QDir(*storedFolder).absolutePath())
-                            : defaultDirectory();
+    m_outputDirectory = read.folder(outputKey, defaultDirectory());
     ensureExists(m_outputDirectory);
 
     for (HotkeyAction action : allHotkeyActions)
         if (auto combo = storedHotkey(action))
             m_hotkeys[action] = *combo;
 
-    setTheme(appThemeFromRaw(m_store.stringValue(kTheme).value_or(QString())));
+    const QStringList themes{rawValue(AppTheme::System), rawValue(AppTheme::Light),
+                             rawValue(AppTheme::Dark)};
+    setTheme(appThemeFromRaw(read.choice(kTheme, rawValue(m_theme), themes)));
 
-    setShowQuickAccessOverlay(m_store.boolValue(kOverlay));
-    setOverlayDismissSeconds(int(m_store.integerValue(kOverlayDismiss)));
-    setCopyToClipboardAfterCapture(m_store.boolValue(kClipboard));
-    setOpenEditorAfterCapture(m_store.boolValue(kEditor));
-    setPlayCaptureSound(m_store.boolValue(kSound));
-    setAdjustAreaBeforeCapturing(m_store.boolValue(kAdjustArea));
-    setRecordSystemAudio(m_store.boolValue(kSystemAudio));
-    setRecordMicrophone(m_store.boolValue(kMicrophone));
-    setTrimAfterRecording(m_store.boolValue(kTrimWindow));
-    setRecordWebcam(m_store.boolValue(kWebcam));
-    setHighlightClicks(m_store.boolValue(kClickHighlights));
-    setRetentionDays(int(m_store.integerValue(kRetentionDays)));
-    setSearchImageText(m_store.boolValue(kOcrSearch));
-    setGifFPS(m_store.doubleValue(kGifFps));
-    setGifMaxDimension(m_store.doubleValue(kGifMaxDimension));
-    setAiModel(m_store.stringValue(kAiModel).value_or(kDefaultAiModel));
+    setShowQuickAccessOverlay(read.flag(kOverlay, m_showQuickAccessOverlay));
+    setOverlayDismissSeconds(
+        read.integer(kOverlayDismiss, m_overlayDismissSeconds, 0, kLongestDismissSeconds));
+    setCopyToClipboardAfterCapture(read.flag(kClipboard, m_copyToClipboardAfterCapture));
+    setOpenEditorAfterCapture(read.flag(kEditor, m_openEditorAfterCapture));
+    setPlayCaptureSound(read.flag(kSound, m_playCaptureSound));
+    setAdjustAreaBeforeCapturing(read.flag(kAdjustArea, m_adjustAreaBeforeCapturing));
+    setResultsAsNotifications(read.flag(kResultNotifications, m_resultsAsNotifications));
+    setRecordSystemAudio(read.flag(kSystemAudio, m_recordSystemAudio));
+    setRecordMicrophone(read.flag(kMicrophone, m_recordMicrophone));
+    setTrimAfterRecording(read.flag(kTrimWindow, m_trimAfterRecording));
+    setRecordWebcam(read.flag(kWebcam, m_recordWebcam));
+    setHighlightClicks(read.flag(kClickHighlights, m_highlightClicks));
+    setRetentionDays(int(read.integer(kRetentionDays, m_retentionDays, 0, kLongestRetentionDays)));
+    setSearchImageText(read.flag(kOcrSearch, m_searchImageText));
+    setGifFPS(read.number(kGifFps, m_gifFPS, 1, kFastestGifFps));
+    setGifMaxDimension(read.number(kGifMaxDimension, m_gifMaxDimension, 16, 8192));
+    setAiModel(read.choice(kAiModel, m_aiModel, aiModels()));
 
-    setAutomaticUpdateChecks(m_store.boolValue(kUpdatesAutomatic));
-    const double lastCheck = m_store.doubleValue(kUpdatesLastCheck);
+    setAutomaticUpdateChecks(read.flag(kUpdatesAutomatic, m_automaticUpdateChecks));
+    // Seconds since 1970; no more than the year 9999, so the milliseconds stay in 64 bits.
+    const double lastCheck = read.number(kUpdatesLastCheck, 0, -1e12, 253'402'300'799.0);
     m_lastUpdateCheck =
         lastCheck > 0
             ? std::optional(QDateTime::fromMSecsSinceEpoch(qint64(lastCheck * 1000), Qt::UTC))
             : std::nullopt;
+}
+
+Preferences::~Preferences() {
+    m_store.setProblemHandler({});
 }
 
 template <typename T, typename Signal>
@@ -138,7 +252,7 @@ void Preferences::setTheme(AppTheme theme) {
 void Preferences::setShowQuickAccessOverlay(bool on) {
     assign(m_showQuickAccessOverlay, on, kOverlay, &Preferences::showQuickAccessOverlayChanged);
 }
-void Preferences::setOverlayDismissSeconds(int seconds) {
+void Preferences::setOverlayDismissSeconds(qint64 seconds) {
     assign(m_overlayDismissSeconds, seconds, kOverlayDismiss,
            &Preferences::overlayDismissSecondsChanged);
 }
@@ -167,6 +281,10 @@ void Preferences::setRecordWebcam(bool on) {
 void Preferences::setAdjustAreaBeforeCapturing(bool on) {
     assign(m_adjustAreaBeforeCapturing, on, kAdjustArea,
            &Preferences::adjustAreaBeforeCapturingChanged);
+}
+void Preferences::setResultsAsNotifications(bool on) {
+    assign(m_resultsAsNotifications, on, kResultNotifications,
+           &Preferences::resultsAsNotificationsChanged);
 }
 
 void Preferences::setHighlightClicks(bool on) {
@@ -201,15 +319,32 @@ void Preferences::setLastUpdateCheck(std::optional<QDateTime> when) {
     Q_EMIT lastUpdateCheckChanged();
 }
 
-void Preferences::setOutputDirectory(const QString& path) {
-    const QString folder = QDir::cleanPath(QDir(path).absolutePath());
+Result<QString> Preferences::absoluteFolder(const QString& path) {
+    if (path.trimmed().isEmpty())
+        return failure(QStringLiteral("no folder was given"));
+    QString folder = path;
+    if (folder == QLatin1String("~") || folder.startsWith(QLatin1String("~/")))
+        folder.replace(0, 1, QDir::homePath());
+    // A relative path would depend on whatever folder the program happened to start in.
+    if (!QDir::isAbsolutePath(folder))
+        return failure(
+            QStringLiteral("“%1” is not a full folder path; it must start with / or ~").arg(path));
+    return QDir::cleanPath(folder);
+}
+
+Status Preferences::setOutputDirectory(const QString& path) {
+    auto absolute = absoluteFolder(path);
+    if (!absolute)
+        return absolute.error();
+    const QString folder = *absolute;
     // The plain path, not a URL, so the file stays readable by hand.
     m_store.setValue(outputKey, folder);
     ensureExists(folder);
-    if (m_outputDirectory == folder)
-        return;
-    m_outputDirectory = folder;
-    Q_EMIT outputDirectoryChanged(folder);
+    if (m_outputDirectory != folder) {
+        m_outputDirectory = folder;
+        Q_EMIT outputDirectoryChanged(folder);
+    }
+    return {};
 }
 
 QString Preferences::hotkeyKey(HotkeyAction action) {

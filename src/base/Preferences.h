@@ -1,12 +1,14 @@
 #pragma once
 
 #include "base/Hotkeys.h"
+#include "base/Result.h"
 #include "base/SettingsStore.h"
 
 #include <QDateTime>
 #include <QObject>
 #include <QString>
 #include <QStringList>
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <utility>
@@ -21,7 +23,9 @@ QString displayName(AppTheme theme);
 AppTheme appThemeFromRaw(const QString& raw);
 
 // The one settings store of the program. Every property write goes to the store at once and
-// is announced by its change signal. Keys and value types are a stored format.
+// is announced by its change signal. Keys and value types are a stored format. Every value is
+// checked as it is loaded: one that is not of its key's type or outside its allowed values is
+// logged (key and value) and the key's default is used instead.
 class Preferences : public QObject {
     Q_OBJECT
 public:
@@ -39,6 +43,12 @@ public:
     // theme at load and on every change; without one the theme is only stored.
     explicit Preferences(SettingsStore& store, ThemeApplier applyTheme = {},
                          QObject* parent = nullptr);
+    ~Preferences() override;
+
+    // The latest thing that went wrong with the settings file, in one sentence for the user
+    // (a damaged file set aside while loading), or empty. Later problems (a write that failed)
+    // are announced by settingsProblemReported as they happen, each once.
+    QString settingsProblem() const { return m_settingsProblem; }
 
     SettingsStore& store() const { return m_store; }
 
@@ -46,8 +56,12 @@ public:
     void setTheme(AppTheme theme);
     bool showQuickAccessOverlay() const { return m_showQuickAccessOverlay; }
     void setShowQuickAccessOverlay(bool on);
-    int overlayDismissSeconds() const { return m_overlayDismissSeconds; }
-    void setOverlayDismissSeconds(int seconds);
+    // 0 keeps the cards until they are closed.
+    qint64 overlayDismissSeconds() const { return m_overlayDismissSeconds; }
+    std::chrono::milliseconds overlayDismissDelay() const {
+        return std::chrono::seconds(m_overlayDismissSeconds);
+    }
+    void setOverlayDismissSeconds(qint64 seconds);
     bool copyToClipboardAfterCapture() const { return m_copyToClipboardAfterCapture; }
     void setCopyToClipboardAfterCapture(bool on);
     bool openEditorAfterCapture() const { return m_openEditorAfterCapture; }
@@ -57,6 +71,9 @@ public:
     // "Adjust area before capturing": the dragged area stays, with handles, until confirmed.
     bool adjustAreaBeforeCapturing() const { return m_adjustAreaBeforeCapturing; }
     void setAdjustAreaBeforeCapturing(bool on);
+    // Saved and not-saved results as desktop notifications instead of Quillmark's own toasts.
+    bool resultsAsNotifications() const { return m_resultsAsNotifications; }
+    void setResultsAsNotifications(bool on);
     bool recordSystemAudio() const { return m_recordSystemAudio; }
     void setRecordSystemAudio(bool on);
     bool recordMicrophone() const { return m_recordMicrophone; }
@@ -83,7 +100,12 @@ public:
     void setLastUpdateCheck(std::optional<QDateTime> when);
     // An absolute folder path.
     QString outputDirectory() const { return m_outputDirectory; }
-    void setOutputDirectory(const QString& path);
+    // Takes an absolute path or one starting with "~" (stored expanded); refuses anything else
+    // with the reason, changing nothing. The folder is created if missing; failing to create
+    // it is no error here (saving into it reports that).
+    Status setOutputDirectory(const QString& path);
+    // The absolute, clean form of a folder path the user typed, or why it is none.
+    static Result<QString> absoluteFolder(const QString& path);
 
     // The user's own shortcuts; actions missing here use their defaults, and so do stored
     // values that are no usable shortcut (they are logged and left in the file to be fixed).
@@ -101,11 +123,12 @@ public:
 Q_SIGNALS:
     void themeChanged(qm::AppTheme theme);
     void showQuickAccessOverlayChanged(bool on);
-    void overlayDismissSecondsChanged(int seconds);
+    void overlayDismissSecondsChanged(qint64 seconds);
     void copyToClipboardAfterCaptureChanged(bool on);
     void openEditorAfterCaptureChanged(bool on);
     void playCaptureSoundChanged(bool on);
     void adjustAreaBeforeCapturingChanged(bool on);
+    void resultsAsNotificationsChanged(bool on);
     void recordSystemAudioChanged(bool on);
     void recordMicrophoneChanged(bool on);
     void trimAfterRecordingChanged(bool on);
@@ -122,6 +145,8 @@ Q_SIGNALS:
     void hotkeysChanged();
     // Posted after every change of the shortcut table and when shortcut recording ends.
     void quillmarkHotkeysChanged();
+    // Something went wrong with the settings file that the user should be told (once).
+    void settingsProblemReported(const QString& problem);
 
 private:
     std::optional<HotkeyCombo> storedHotkey(HotkeyAction action) const;
@@ -133,11 +158,12 @@ private:
 
     AppTheme m_theme = AppTheme::System;
     bool m_showQuickAccessOverlay = true;
-    int m_overlayDismissSeconds = 0;
+    qint64 m_overlayDismissSeconds = 0;
     bool m_copyToClipboardAfterCapture = true;
     bool m_openEditorAfterCapture = false;
     bool m_playCaptureSound = true;
     bool m_adjustAreaBeforeCapturing = false;
+    bool m_resultsAsNotifications = false;
     bool m_recordSystemAudio = true;
     bool m_recordMicrophone = false;
     bool m_trimAfterRecording = true;
@@ -152,6 +178,7 @@ private:
     std::optional<QDateTime> m_lastUpdateCheck;
     QString m_outputDirectory;
     HotkeyTable m_hotkeys;
+    QString m_settingsProblem;
 };
 
 } // namespace qm

@@ -6,6 +6,7 @@
 #include <QGuiApplication>
 #include <QWindow>
 #include <algorithm>
+#include <climits>
 
 namespace qm {
 
@@ -159,10 +160,11 @@ void FloatingShotManager::dismiss(const Item& item) {
 
 void FloatingShotManager::scheduleAutoDismiss(const Item& item) {
     item->dismissTask.stop();
-    const int seconds = m_preferences.overlayDismissSeconds();
-    if (seconds < 1)
+    const std::chrono::milliseconds delay = m_preferences.overlayDismissDelay();
+    if (delay < std::chrono::seconds(1))
         return;
-    item->dismissTask.start(std::chrono::seconds(seconds));
+    // QTimer counts in 32-bit milliseconds; a longer delay waits its longest (24.8 days).
+    item->dismissTask.start(std::min(delay, std::chrono::milliseconds(INT_MAX)));
 }
 
 void FloatingShotManager::togglePin(const Item& item) {

@@ -8,6 +8,7 @@
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <functional>
 #include <gtest/gtest.h>
 #include <sys/inotify.h>
 #include <unistd.h>
@@ -22,8 +23,12 @@ protected:
     QString path() const { return dir.filePath(QStringLiteral("Quillmark.conf")); }
     // What another program (or the next launch) finds in the file.
     QSettings file() const { return QSettings(path(), QSettings::IniFormat); }
-    // The store writes the file once the event loop turns.
-    static void turn() { QCoreApplication::processEvents(); }
+    // The store hands its changes to its writer once the event loop turns; this also waits
+    // until they are on disk.
+    static void turn(IniSettingsStore& store) {
+        QCoreApplication::processEvents();
+        store.sync();
+    }
     // The bytes in the file. (A QSettings on the same file in this process would share the
     // store's unwritten changes.)
     QByteArray onDisk() const {
@@ -62,7 +67,7 @@ TEST_F(PreferencesTest, FreshStoreYieldsDefaultsAndWritesThemBack) {
 
     // Loading writes every value back, so the file holds the full set, but the output
     // folder is only stored once the user picks one.
-    turn();
+    turn(store);
     QSettings f(path(), QSettings::IniFormat);
     EXPECT_EQ(f.value(QStringLiteral("appTheme")).toString(), QStringLiteral("system"));
     EXPECT_EQ(f.value(QStringLiteral("afterCapture.overlay")).toBool(), true);
@@ -86,7 +91,9 @@ TEST_F(PreferencesTest, RegisteredDefaultsAreTheNineInOrder) {
                   QStringLiteral("updates.automatic")}));
 }
 
-TEST_F(PreferencesTest, ValuesSurviveARestartAndOddValuesAreKept) {
+TEST_F(PreferencesTest, ValuesSurviveARestartAndHandSetValuesInRangeAreKept) {
+    // 30 days: 2,592,000,000 ms, more than a 32-bit count of milliseconds holds.
+    constexpr qint64 thirtyDays = 30LL * 24 * 60 * 60;
     {
         IniSettingsStore store(path());
         Preferences prefs(store);
@@ -97,6 +104,7 @@ TEST_F(PreferencesTest, ValuesSurviveARestartAndOddValuesAreKept) {
         prefs.setRetentionDays(30);
         prefs.setAiModel(QStringLiteral("claude-opus-4-8"));
         prefs.setTheme(AppTheme::Dark);
+        prefs.setOverlayDismissSeconds(thirtyDays);
     }
     file().setValue(QStringLiteral("gif.fps"), 25); // set by hand, not one of the choices
     IniSettingsStore store(path());
@@ -107,6 +115,8 @@ TEST_F(PreferencesTest, ValuesSurviveARestartAndOddValuesAreKept) {
     EXPECT_EQ(prefs.aiModel(), QStringLiteral("claude-opus-4-8"));
     EXPECT_EQ(prefs.theme(), AppTheme::Dark);
     EXPECT_EQ(prefs.gifFPS(), 25.0);
+    EXPECT_EQ(prefs.overlayDismissSeconds(), thirtyDays);
+    EXPECT_EQ(prefs.overlayDismissDelay().count(), 2'592'000'000LL);
 }
 
 TEST_F(PreferencesTest, ThemeStringsOnlyMatchExactly) {
@@ -123,7 +133,7 @@ TEST_F(PreferencesTest, ThemeStringsOnlyMatchExactly) {
         EXPECT_EQ(prefs.theme(), expected) << raw;
         EXPECT_EQ(applied, expected) << raw;
         // The theme is written back in its canonical spelling.
-        turn();
+        turn(store);
         EXPECT_EQ(file().value(QStringLiteral("appTheme")).toString(), rawValue(expected));
     }
 }
@@ -211,7 +221,7 @@ TEST_F(PreferencesTest, OutputFolderIsStoredAsPathAndRecreated) {
         IniSettingsStore store(path());
         Preferences prefs(store);
         QSignalSpy spy(&prefs, &Preferences::outputDirectoryChanged);
-        prefs.setOutputDirectory(folder);
+        ASSERT_TRUE(prefs.setOutputDirectory(folder));
         EXPECT_EQ(spy.count(), 1);
         EXPECT_TRUE(QDir(folder).exists());
     }
@@ -224,9 +234,120 @@ TEST_F(PreferencesTest, OutputFolderIsStoredAsPathAndRecreated) {
     EXPECT_TRUE(QDir(folder).exists());
 
     // Reset to default stores the default path explicitly.
-    prefs.setOutputDirectory(Preferences::defaultDirectory());
-    turn();
+    ASSERT_TRUE(prefs.setOutputDirectory(Preferences::defaultDirectory()));
+    turn(store);
     EXPECT_EQ(file().value(Preferences::outputKey).toString(), Preferences::defaultDirectory());
+}
+
+TEST_F(PreferencesTest, HandEditedValuesThatDoNotFitReadAsTheirDefaultsAndAreLogged) {
+    // Values kept: loose spellings of booleans, whole numbers written as decimals, the limits.
+    // Values refused: the wrong type, out of range, not one of the choices.
+    struct Case {
+        const char* line;
+        std::function<QVariant(const Preferences&)> read;
+        QVariant expected;
+        bool logged;
+    };
+    auto gifFps = [](const Preferences& p) { return QVariant(p.gifFPS()); };
+    auto overlay = [](const Preferences& p) { return QVariant(p.showQuickAccessOverlay()); };
+    auto editor = [](const Preferences& p) { return QVariant(p.openEditorAfterCapture()); };
+    auto retention = [](const Preferences& p) { return QVariant(p.retentionDays()); };
+    auto dismiss = [](const Preferences& p) { return QVariant(p.overlayDismissSeconds()); };
+    auto size = [](const Preferences& p) { return QVariant(p.gifMaxDimension()); };
+    auto model = [](const Preferences& p) { return QVariant(p.aiModel()); };
+    auto theme = [](const Preferences& p) { return QVariant(rawValue(p.theme())); };
+    const Case cases[] = {
+        {"afterCapture.overlay=False", overlay, false, false},
+        {"afterCapture.overlay=\" no \"", overlay, false, false},
+        {"afterCapture.editor= YES ", editor, true, false},
+        {"afterCapture.overlay=maybe", overlay, true, true},
+        {"afterCapture.editor=2", editor, false, true},
+        {"gif.fps=50", gifFps, 50.0, false},
+        {"gif.fps=-5", gifFps, 12.0, true},
+        {"gif.fps=51", gifFps, 12.0, true},
+        {"gif.fps=nan", gifFps, 12.0, true},
+        {"gif.maxDimension=0", size, 960.0, true},
+        {"gif.maxDimension=1e400", size, 960.0, true},
+        {"library.retentionDays=30.0", retention, 30, false},
+        {"library.retentionDays=-1", retention, 0, true},
+        {"library.retentionDays=7.5", retention, 0, true},
+        {"afterCapture.overlayDismiss=-3", dismiss, qint64(0), true},
+        {"afterCapture.overlayDismiss=31536001", dismiss, qint64(0), true},
+        {"afterCapture.overlayDismiss=\"3, 5\"", dismiss, qint64(0), true},
+        {"ai.model=claude-haiku-4-5-20251001", model, QStringLiteral("claude-haiku-4-5-20251001"),
+         false},
+        {"ai.model=gpt-4", model, QStringLiteral("claude-sonnet-5"), true},
+        {"ai.model=claude-opus-4-8, claude-sonnet-5", model, QStringLiteral("claude-sonnet-5"),
+         true},
+        {"appTheme=purple", theme, QStringLiteral("system"), true},
+    };
+    for (const Case& c : cases) {
+        // By hand: no [General] line, Windows line ends, an unrelated key that must survive.
+        QFile f(path());
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        f.write(QByteArray("someone.else=kept\r\n") + c.line + "\r\n");
+        f.close();
+        test::LogCapture log;
+        {
+            IniSettingsStore store(path());
+            Preferences prefs(store);
+            EXPECT_EQ(c.read(prefs), c.expected) << c.line;
+            EXPECT_TRUE(prefs.settingsProblem().isEmpty()) << "a bad value is no damaged file";
+        }
+        const QString key = QString::fromLatin1(c.line).section(QLatin1Char('='), 0, 0);
+        const QStringList lines = log.lines().filter(QStringLiteral("the setting ") + key);
+        EXPECT_EQ(lines.size(), c.logged ? 1 : 0)
+            << c.line << log.lines().join(QLatin1Char('\n')).toStdString();
+        // The one line names the key and the value found.
+        if (c.logged && !lines.isEmpty()) {
+            EXPECT_TRUE(lines.front().contains(QStringLiteral("%1 = \"").arg(key)))
+                << lines.front().toStdString();
+        }
+        EXPECT_EQ(file().value(QStringLiteral("someone.else")).toString(), QStringLiteral("kept"));
+    }
+    test::LogCapture log;
+    IniSettingsStore store(path());
+    Preferences prefs(store);
+    EXPECT_TRUE(log.lines().filter(QStringLiteral("the setting")).isEmpty())
+        << "the default replaced the bad value in the file";
+}
+
+TEST_F(PreferencesTest, TheOutputFolderIsStoredAbsoluteAndARelativeOneIsRefused) {
+    const QString home = QDir::homePath();
+    {
+        IniSettingsStore store(path());
+        Preferences prefs(store);
+        QSignalSpy changed(&prefs, &Preferences::outputDirectoryChanged);
+        ASSERT_TRUE(prefs.setOutputDirectory(QStringLiteral("~/Shots/")));
+        EXPECT_EQ(prefs.outputDirectory(), home + QStringLiteral("/Shots"));
+        EXPECT_TRUE(QDir(home + QStringLiteral("/Shots")).exists());
+        for (const char* refused : {"Shots", "./Shots", "../Shots", "~bob/Shots", "", "  "}) {
+            const Status set = prefs.setOutputDirectory(QString::fromLatin1(refused));
+            ASSERT_FALSE(set) << refused;
+            EXPECT_FALSE(set.error().reason.isEmpty());
+            EXPECT_EQ(prefs.outputDirectory(), home + QStringLiteral("/Shots")) << refused;
+        }
+        EXPECT_EQ(prefs.setOutputDirectory(QStringLiteral("Shots")).error().reason,
+                  QStringLiteral("“Shots” is not a full folder path; it must start with / or ~"));
+        EXPECT_EQ(changed.count(), 1);
+        EXPECT_FALSE(QDir(QStringLiteral("Shots")).exists())
+            << "nothing made in the current folder";
+    }
+    EXPECT_EQ(file().value(Preferences::outputKey).toString(), home + QStringLiteral("/Shots"));
+
+    // By hand: "~" is the home folder; a relative folder is logged and the default used.
+    const std::pair<const char*, QString> stored[] = {{"~", home},
+                                                      {"~/Shots", home + QStringLiteral("/Shots")},
+                                                      {"Shots", Preferences::defaultDirectory()}};
+    for (const auto& [text, expected] : stored) {
+        file().setValue(Preferences::outputKey, QString::fromLatin1(text));
+        test::LogCapture log;
+        IniSettingsStore store(path());
+        Preferences prefs(store);
+        EXPECT_EQ(prefs.outputDirectory(), expected) << text;
+        EXPECT_EQ(log.contains(QStringLiteral("the setting outputDirectoryPath = \"Shots\"")),
+                  expected == Preferences::defaultDirectory());
+    }
 }
 
 TEST_F(PreferencesTest, LastUpdateCheckRules) {
@@ -247,7 +368,7 @@ TEST_F(PreferencesTest, LastUpdateCheckRules) {
     ASSERT_TRUE(prefs.lastUpdateCheck());
     EXPECT_EQ(prefs.lastUpdateCheck()->toSecsSinceEpoch(), 1'800'000'000);
     prefs.setLastUpdateCheck(std::nullopt);
-    turn();
+    turn(store);
     EXPECT_FALSE(file().contains(QStringLiteral("updates.lastCheck")));
 }
 
@@ -291,14 +412,16 @@ TEST_F(PreferencesTest, ABurstOfWritesIsOneWriteOfTheFileAndNothingIsLostAtTheEn
         EXPECT_EQ(writes.count(), 0);
         EXPECT_FALSE(onDisk().contains("gif.fps"));
 
-        turn();
+        // The write happens on the writer's thread, after the turn.
+        QCoreApplication::processEvents();
+        ASSERT_TRUE(test::waitUntil([&] { return store.writeCount() == 1; }));
         EXPECT_EQ(writes.count(), 1);
-        EXPECT_EQ(store.writeCount(), 1);
         EXPECT_TRUE(onDisk().contains("gif.fps=15"));
         EXPECT_TRUE(onDisk().contains("appTheme=dark"));
 
-        turn(); // nothing new, nothing written
+        turn(store); // nothing new, nothing written
         EXPECT_EQ(writes.count(), 1);
+        EXPECT_EQ(store.writeCount(), 1);
 
         // A change just before the store goes away is not left behind.
         prefs.setRetentionDays(90);

@@ -161,7 +161,7 @@ protected:
         right = screenNamed(QStringLiteral("qm1"));
         ASSERT_TRUE(left && right) << "needs the two RandR monitors";
         ASSERT_TRUE(dir.isValid());
-        preferences.setOutputDirectory(dir.filePath(QStringLiteral("Quillmark")));
+        ASSERT_TRUE(preferences.setOutputDirectory(dir.filePath(QStringLiteral("Quillmark"))));
         pointerTo(left->geometry().center());
         manager.onSaved = [this](const QString& path) { saved << path; };
         manager.onLibraryChanged = [this] { ++libraryChanges; };
@@ -509,7 +509,7 @@ TEST_F(FloatingShotManagerTest, ShowInFolderSavesAgainWhenTheFirstSaveFailed) {
     QFile blocker(dir.filePath(QStringLiteral("blocker")));
     ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
     blocker.close();
-    preferences.setOutputDirectory(blocker.fileName() + QStringLiteral("/Quillmark"));
+    ASSERT_TRUE(preferences.setOutputDirectory(blocker.fileName() + QStringLiteral("/Quillmark")));
     LogCapture log;
     const auto card = manager.present(makeScreenshotLikeImage(500, 300));
     ASSERT_TRUE(waitUntil([&] { return !card->saving; }));
@@ -520,7 +520,7 @@ TEST_F(FloatingShotManagerTest, ShowInFolderSavesAgainWhenTheFirstSaveFailed) {
         << toastText().toStdString();
     EXPECT_TRUE(saved.isEmpty());
 
-    preferences.setOutputDirectory(dir.filePath(QStringLiteral("Elsewhere")));
+    ASSERT_TRUE(preferences.setOutputDirectory(dir.filePath(QStringLiteral("Elsewhere"))));
     auto* reveal = button(card, "revealButton");
     EXPECT_EQ(reveal->toolTip(), QStringLiteral("Show in Folder"));
     click(reveal);

@@ -112,6 +112,10 @@ void TrayController::rebuildMenu() {
     adjust->setCheckable(true);
     adjust->setChecked(m_preferences.adjustAreaBeforeCapturing());
     connect(adjust, &QAction::toggled, &m_preferences, &Preferences::setAdjustAreaBeforeCapturing);
+    QAction* notify = options->addAction(QStringLiteral("Show Results as Notifications"));
+    notify->setCheckable(true);
+    notify->setChecked(m_preferences.resultsAsNotifications());
+    connect(notify, &QAction::toggled, &m_preferences, &Preferences::setResultsAsNotifications);
 
     const QStringList recent = recentCaptures(m_preferences.outputDirectory());
     if (!recent.isEmpty()) {

@@ -95,7 +95,7 @@ protected:
     std::unique_ptr<AppModel> model;
 
     void SetUp() override {
-        prefs.setOutputDirectory(dir.filePath(QStringLiteral("Shots")));
+        ASSERT_TRUE(prefs.setOutputDirectory(dir.filePath(QStringLiteral("Shots"))));
         // Most routes are easiest to see with captures saved at once; the card route has its
         // own tests.
         prefs.setShowQuickAccessOverlay(false);
@@ -252,7 +252,7 @@ TEST_F(AppModelTest, AFailedSaveStillReportsTheCaptureAsCopiedAndSaysWhyItWasNot
     // A file where the folder should be: the disk refuses the save.
     const QString blocker = dir.filePath(QStringLiteral("blocker"));
     QFile(blocker).open(QIODevice::WriteOnly);
-    prefs.setOutputDirectory(blocker);
+    ASSERT_TRUE(prefs.setOutputDirectory(blocker));
 
     test::LogCapture log;
     model->perform(CaptureKind::Fullscreen);
@@ -286,7 +286,7 @@ TEST_F(AppModelTest, ACaptureThatCannotBeSavedStaysOnTheClipboardAndInItsCard) {
     model->configure();
     for (const auto& [folder, reason] : {std::pair{full.fill(), QStringLiteral("the disk is full")},
                                          std::pair{readOnly, readOnlyReason}}) {
-        prefs.setOutputDirectory(folder);
+        ASSERT_TRUE(prefs.setOutputDirectory(folder));
         test::run(QStringLiteral("xclip"),
                   {QStringLiteral("-selection"), QStringLiteral("clipboard"),
                    QStringLiteral("/dev/null")});

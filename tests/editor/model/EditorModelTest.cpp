@@ -2,7 +2,6 @@
 
 #include "base/SettingsStore.h"
 
-#include <QSettings>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
@@ -32,10 +31,11 @@ protected:
         store = std::make_unique<IniSettingsStore>(path);
     }
 
-    // What is on disk, read independently of the store under test.
+    // What is on disk once the store has written its pending changes, read by a store of its
+    // own (QSettings' process-wide cache may answer from an older copy of the file).
     QVariant onDisk(const QString& key) const {
-        QSettings file(path, QSettings::IniFormat);
-        return file.value(key);
+        store->sync();
+        return IniSettingsStore(path).value(key).value_or(QVariant());
     }
 
     static QUuid add(EditorModel& m, Annotation::Shape shape, QColor color = Qt::red) {
