@@ -18,7 +18,10 @@
 #include <QScreen>
 #include <QTemporaryDir>
 #include <QThreadPool>
+#include <QTimer>
+#include <QWidget>
 #include <gtest/gtest.h>
+#include <xcb/xcb.h>
 
 // Cards and toasts on a desktop whose background names each pixel's position, captured the
 // way the capture flows do it: nothing of ours may show in the result, and everything of ours
@@ -45,6 +48,62 @@ protected:
 
 private:
     QColor m_colour;
+};
+
+// Another program's window that keeps no background and redraws a while after it is told
+// to, the way a busy program does: until then the screen shows whatever covered it.
+class SlowWindow {
+public:
+    SlowWindow(const QRect& geometry, QRgb colour, std::chrono::milliseconds delay)
+        : m_delay(delay) {
+        m_c = xcb_connect(nullptr, nullptr);
+        xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(m_c)).data;
+        m_window = xcb_generate_id(m_c);
+        const uint32_t values[] = {XCB_BACK_PIXMAP_NONE, XCB_EVENT_MASK_EXPOSURE};
+        xcb_create_window(m_c, XCB_COPY_FROM_PARENT, m_window, screen->root,
+                          std::int16_t(geometry.x()), std::int16_t(geometry.y()),
+                          std::uint16_t(geometry.width()), std::uint16_t(geometry.height()), 0,
+                          XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual,
+                          XCB_CW_BACK_PIXMAP | XCB_CW_EVENT_MASK, values);
+        m_gc = xcb_generate_id(m_c);
+        const uint32_t foreground[] = {colour & 0xffffff};
+        xcb_create_gc(m_c, m_gc, m_window, XCB_GC_FOREGROUND, foreground);
+        xcb_map_window(m_c, m_window);
+        xcb_flush(m_c);
+        m_size = geometry.size();
+        QObject::connect(&m_poll, &QTimer::timeout, [this] { poll(); });
+        m_poll.start(2);
+    }
+    ~SlowWindow() {
+        xcb_destroy_window(m_c, m_window);
+        xcb_disconnect(m_c);
+    }
+    std::uint32_t window() const { return m_window; }
+    int redraws() const { return m_redraws; }
+
+private:
+    void poll() {
+        while (xcb_generic_event_t* event = xcb_poll_for_event(m_c)) {
+            if ((event->response_type & 0x7f) == XCB_EXPOSE)
+                QTimer::singleShot(m_delay, &m_poll, [this] { paint(); });
+            std::free(event);
+        }
+    }
+    void paint() {
+        const xcb_rectangle_t all{0, 0, std::uint16_t(m_size.width()),
+                                  std::uint16_t(m_size.height())};
+        xcb_poly_fill_rectangle(m_c, m_window, m_gc, 1, &all);
+        xcb_flush(m_c);
+        ++m_redraws;
+    }
+
+    xcb_connection_t* m_c = nullptr;
+    xcb_window_t m_window = 0;
+    xcb_gcontext_t m_gc = 0;
+    QSize m_size;
+    std::chrono::milliseconds m_delay;
+    QTimer m_poll;
+    int m_redraws = 0;
 };
 
 QImage solid(QColor colour) {
@@ -191,6 +250,36 @@ TEST_F(CardsOutOfCaptureTest, WindowCaptureOfAWindowBehindACardIsThatWindowAlone
         EXPECT_EQ(QColor(shot.pixel(inside)), QColor(Qt::green));
         EXPECT_TRUE(showsOnScreen(centreOf(card), kCardColour));
     }
+}
+
+TEST_F(CardsOutOfCaptureTest, AWindowCapturedJustAfterOneOfOursWentAwayWaitsForItsRedraw) {
+    // As after choosing a window on the selection overlay: ours has just left the screen and
+    // the program beneath has not redrawn yet.
+    SlowWindow slow(QRect(300, 200, 500, 400), qRgb(0, 160, 0), std::chrono::milliseconds(15));
+    std::optional<CapturedWindow> chosen;
+    ASSERT_TRUE(waitUntil([&] {
+        for (const auto& w : backend->windowList())
+            if (w.clientId == slow.window() && w.bounds)
+                chosen = CapturedWindow{QRectF(*w.bounds), std::nullopt, w.id};
+        return chosen.has_value() && slow.redraws() > 0;
+    }));
+    QWidget overlay;
+    makeFloatingWindow(&overlay, PointerInput::PassThrough);
+    overlay.setStyleSheet(QStringLiteral("background: #ff00ff"));
+    overlay.setAutoFillBackground(true);
+    // The window manager places it where it likes.
+    const QRect frame = chosen->frame.toRect();
+    overlay.setGeometry(frame.adjusted(-50, -50, 50, 50));
+    overlay.show();
+    ASSERT_TRUE(showsOnScreen(frame.center(), kCardColour));
+
+    overlay.hide();
+    surfaces->sync();
+    const QImage shot =
+        await<QImage>([&](auto done) { capture->captureWindow(*chosen, &context, done); });
+    ASSERT_FALSE(shot.isNull());
+    EXPECT_EQ(countColour(shot, kCardColour), 0) << "ours is still in the capture";
+    EXPECT_EQ(QColor(shot.pixel(frame.center() - frame.topLeft())), QColor(0, 160, 0));
 }
 
 } // namespace

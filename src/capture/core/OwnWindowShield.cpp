@@ -84,7 +84,7 @@ void ShieldedGrabber::keepOwnWindowsOut(platform::SurfaceBackend& surfaces) {
 
 void ShieldedGrabber::grabDisplay(const QRect& pixelRect,
                                   platform::BackendCompletion<QImage> done) {
-    if (!m_shield || !OwnWindowShield::anyShown())
+    if (!m_shield)
         return m_backend.grabDisplay(pixelRect, std::move(done));
     platform::ScreenCaptureBackend* backend = &m_backend;
     m_shield->around(pixelRect, [backend, pixelRect, done](std::function<void()> finished) {
@@ -97,13 +97,14 @@ void ShieldedGrabber::grabDisplay(const QRect& pixelRect,
 
 void ShieldedGrabber::grabWindow(std::uint32_t id,
                                  platform::BackendCompletion<platform::WindowImage> done) {
-    if (!m_shield || !OwnWindowShield::anyShown())
+    if (!m_shield)
         return m_backend.grabWindow(id, std::move(done));
     // Only our windows over this one need to go.
     QRect frame = OwnWindowShield::everywhere();
-    for (const auto& window : m_backend.windowList())
-        if ((window.id == id || window.clientId == id) && window.bounds)
-            frame = *window.bounds;
+    if (OwnWindowShield::anyShown())
+        for (const auto& window : m_backend.windowList())
+            if ((window.id == id || window.clientId == id) && window.bounds)
+                frame = *window.bounds;
     platform::ScreenCaptureBackend* backend = &m_backend;
     m_shield->around(frame, [backend, id, done](std::function<void()> finished) {
         backend->grabWindow(id,

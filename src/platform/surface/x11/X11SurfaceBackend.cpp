@@ -137,8 +137,17 @@ void X11SurfaceBackend::withdraw(const std::vector<WId>& windows, const QRect& p
         ids.push_back(std::uint32_t(windows[i]));
         uncovered += overlap;
     }
-    if (taken.empty())
+    // A window of ours that Qt took away a moment ago (the selection overlay, a card that
+    // closed) may still leave its hole: where it was is not known any more, so all of the area
+    // is watched.
+    const bool recentlyHidden =
+        m_ownUnmapped.isValid() && !m_ownUnmapped.hasExpired(repaintLimit.count());
+    if (taken.empty() && !recentlyHidden)
         return repainted({});
+    if (recentlyHidden)
+        uncovered += pixelArea;
+    for (const std::uint32_t id : ids)
+        m_withdrawn.insert(id);
 
     if (!m_damageAsked) {
         m_damageAsked = true;
@@ -270,6 +279,13 @@ bool X11SurfaceBackend::nativeEventFilter(const QByteArray& eventType, void* mes
         if (const auto notify = m_damage->parse(event))
             return repaintSeen(*notify); // nobody else here asks for these
     switch (event->response_type & 0x7f) {
+    case XCB_UNMAP_NOTIFY: {
+        // Qt asks to hear of its own windows' unmapping; ours are not Qt's doing.
+        const auto* unmap = reinterpret_cast<const xcb_unmap_notify_event_t*>(event);
+        if (unmap->event == unmap->window && !m_withdrawn.remove(unmap->window))
+            m_ownUnmapped.start();
+        break;
+    }
     case XCB_MOTION_NOTIFY: {
         const auto* motion = reinterpret_cast<const xcb_motion_notify_event_t*>(event);
         pointerSeen(motion->event, QPoint(motion->event_x, motion->event_y));

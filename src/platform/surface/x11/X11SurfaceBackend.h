@@ -4,8 +4,10 @@
 #include "platform/surface/x11/X11Damage.h"
 
 #include <QAbstractNativeEventFilter>
+#include <QElapsedTimer>
 #include <QObject>
 #include <QRegion>
+#include <QSet>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -37,7 +39,7 @@ public:
     // The longest wait for programs beneath to redraw, for one that never does.
     static constexpr std::chrono::milliseconds repaintLimit{250};
     // How long a quiet spell ends the wait: programs redraw in one burst once told to.
-    static constexpr std::chrono::milliseconds repaintSettle{25};
+    static constexpr std::chrono::milliseconds repaintSettle{40};
 
 private:
     struct Repaint;
@@ -58,7 +60,9 @@ private:
     std::optional<X11Damage> m_damage; // asked for on the first withdrawal
     bool m_damageAsked = false;
     std::vector<std::unique_ptr<Repaint>> m_repaints;
-    QObject m_timers; // context of the repaint timers
+    QSet<std::uint32_t> m_withdrawn; // unmapped by withdraw, until the server says so
+    QElapsedTimer m_ownUnmapped;     // since Qt last took one of our windows off the screen
+    QObject m_timers;                // context of the repaint timers
 };
 
 } // namespace qm::platform
