@@ -16,13 +16,15 @@ struct Shown {
     QPointer<QWindow> window;
 };
 
-// Our windows on screen that the window manager does not look after.
+// Our windows on screen that the window manager does not look after: the floating ones and
+// tool-tips (a card's, when the shortcut is pressed with the pointer on a button).
 std::vector<Shown> floatingWindows() {
     std::vector<Shown> shown;
     const auto windows = QGuiApplication::topLevelWindows();
     for (QWindow* window : windows)
         if (window->isVisible() && window->handle() &&
-            window->flags().testFlag(Qt::X11BypassWindowManagerHint))
+            (window->flags().testFlag(Qt::X11BypassWindowManagerHint) ||
+             window->type() == Qt::ToolTip))
             shown.push_back({window->winId(), window});
     return shown;
 }
