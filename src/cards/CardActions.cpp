@@ -346,7 +346,10 @@ void CardActions::update(const Item& item, const QImage& image) {
     item->png.clear();
     ++item->imageRevision;
     // A write still running is followed by this image; "Saved" is shown once it is written.
-    item->saveError.reset();
+    // A card with a file writes the edit beside it; one without stays "Not saved" until an
+    // action saves it.
+    if (item->savedURL)
+        item->saveError.reset();
     if (item->savedURL && !item->saving)
         writeEdit(item);
     if (m_hooks.isShown(item))

@@ -603,6 +603,9 @@ TEST_F(FloatingShotManagerTest, ShowInFolderSavesAgainWhenTheFirstSaveFailed) {
     EXPECT_EQ(card->panel->fileProblem(), QStringLiteral("Not saved"));
     EXPECT_EQ(mark->toolTip(), reason);
     EXPECT_FALSE(button(card, "deleteButton")->isEnabled());
+    // An edit of it is not on disk either.
+    manager.update(card, makeScreenshotLikeImage(400, 300));
+    EXPECT_EQ(card->panel->fileProblem(), QStringLiteral("Not saved"));
 
     preferences.setOutputDirectory(dir.filePath(QStringLiteral("Elsewhere")));
     auto* reveal = button(card, "revealButton");
