@@ -4,6 +4,7 @@
 #include "base/ImageExport.h"
 #include "base/Log.h"
 #include "base/Preferences.h"
+#include "base/SafeWrite.h"
 #include "cards/FloatingShotView.h"
 #include "platform/desktop/Reveal.h"
 #include "ui/ToastCenter.h"
@@ -11,9 +12,11 @@
 #include <QClipboard>
 #include <QFile>
 #include <QFileInfo>
+#include <QFutureWatcher>
 #include <QGuiApplication>
 #include <QImageReader>
 #include <QPointer>
+#include <QtConcurrent/QtConcurrentRun>
 #include <utility>
 
 namespace qm {
@@ -22,6 +25,12 @@ namespace {
 const QString kSavedIcon = QStringLiteral("document-save");
 const QString kCopyIcon = QStringLiteral("edit-copy");
 const QString kFailedIcon = QStringLiteral("dialog-warning");
+
+// An edit encoded and written as a new file beside the capture.
+struct Written {
+    QByteArray png;
+    Result<QString> path;
+};
 } // namespace
 
 CardActions::CardActions(Preferences& preferences, ToastCenter& toasts, Hooks hooks,
@@ -40,6 +49,30 @@ QImage CardActions::fullResolution(const FloatingShotItem& item) {
             return image;
     }
     return item.displayImage;
+}
+
+bool CardActions::hasFile(const FloatingShotItem& item) {
+    return item.savedURL && QFileInfo(*item.savedURL).isFile();
+}
+
+std::optional<CardActions::FileProblem> CardActions::fileProblem(const FloatingShotItem& item) {
+    if (item.saving || item.trashed)
+        return std::nullopt;
+    if (item.saveError)
+        return FileProblem{QStringLiteral("Not saved"),
+                           QStringLiteral("Not saved: ") + *item.saveError};
+    if (item.fileMissing)
+        return FileProblem{QStringLiteral("File missing"),
+                           QStringLiteral("The file is no longer on disk: ") + *item.savedURL};
+    return std::nullopt;
+}
+
+void CardActions::checkFile(const Item& item) {
+    const bool missing = item->savedURL && !item->saving && !hasFile(*item);
+    if (missing == item->fileMissing)
+        return;
+    item->fileMissing = missing;
+    m_hooks.fileChanged(item);
 }
 
 void CardActions::toastFailure(const QString& reason) {
@@ -83,6 +116,7 @@ void CardActions::finishNew(const Item& item, int revision, const Result<QString
         item->saveError = path.error().reason;
         if (!item->trashed)
             toastFailure(path.error().reason);
+        m_hooks.fileChanged(item);
         return release(item, std::nullopt);
     }
     if (item->trashed) {
@@ -90,10 +124,69 @@ void CardActions::finishNew(const Item& item, int revision, const Result<QString
         return release(item, std::nullopt);
     }
     item->saveError.reset();
+    item->fileMissing = false;
+    item->annotated = false;
     item->savedURL = *path;
     item->savedRevision = revision;
+    m_hooks.fileChanged(item);
     m_hooks.saved(*path);
     m_toasts.presentSaved(*path);
+    writeNewerImage(item);
+}
+
+void CardActions::writeEdit(const Item& item) {
+    if (item->annotated)
+        writeOver(item);
+    else
+        writeAnnotated(item);
+}
+
+void CardActions::writeAnnotated(const Item& item) {
+    item->saving = true;
+    const int revision = item->imageRevision;
+    const QFileInfo capture(*item->savedURL);
+    auto* watcher = new QFutureWatcher<Written>(this);
+    connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher, item, revision] {
+        watcher->deleteLater();
+        const Written written = watcher->result();
+        finishAnnotated(item, revision, written.png, written.path);
+    });
+    watcher->setFuture(QtConcurrent::run(
+        [image = fullResolution(*item), folder = capture.absolutePath(),
+         stem = capture.completeBaseName() + QStringLiteral(" annotated")]() -> Written {
+            const auto png = ImageExport::pngData(image);
+            if (!png)
+                return {{}, failure(QStringLiteral("the image could not be encoded as PNG"))};
+            return {*png, SafeWrite::writeNewFile(folder, stem, QStringLiteral(".png"), *png)};
+        }));
+}
+
+void CardActions::finishAnnotated(const Item& item, int revision, const QByteArray& png,
+                                  const Result<QString>& path) {
+    item->saving = false;
+    if (path && item->trashed) {
+        moveToTrash(*path);
+        return release(item, std::nullopt);
+    }
+    if (!path) {
+        qCWarning(lcSave).noquote()
+            << QStringLiteral("Quillmark save error: ") + path.error().reason;
+        item->saveError = path.error().reason;
+        if (!item->trashed)
+            toastFailure(path.error().reason);
+    } else {
+        item->saveError.reset();
+        item->fileMissing = false;
+        item->annotated = true;
+        item->savedURL = *path;
+        item->savedRevision = revision;
+        if (item->imageRevision == revision)
+            item->png = png;
+        m_hooks.saved(*path);
+        m_hooks.libraryChanged();
+        m_toasts.present(QStringLiteral("Saved"), kSavedIcon);
+    }
+    m_hooks.fileChanged(item);
     writeNewerImage(item);
 }
 
@@ -113,21 +206,25 @@ void CardActions::finishOver(const Item& item, int revision, const Result<QByteA
         return release(item, std::nullopt);
     }
     if (!png) {
+        item->saveError = png.error().reason;
         toastFailure(png.error().reason);
     } else {
+        item->saveError.reset();
         item->savedRevision = revision;
         if (item->imageRevision == revision)
             item->png = *png;
         m_hooks.libraryChanged();
         m_toasts.present(QStringLiteral("Saved"), kSavedIcon);
     }
+    m_hooks.fileChanged(item);
     writeNewerImage(item);
 }
 
 // After a write: the image may have changed meanwhile, else whoever waited gets the file.
 void CardActions::writeNewerImage(const Item& item) {
-    if (item->savedURL && item->savedRevision != item->imageRevision && !item->trashed)
-        return writeOver(item);
+    if (item->savedURL && item->savedRevision != item->imageRevision && !item->trashed &&
+        !item->saveError)
+        return writeEdit(item);
     release(item, item->savedURL);
 }
 
@@ -144,10 +241,11 @@ void CardActions::whenSaved(const Item& item, FileCallback callback) {
         item->waitingForFile.push_back(std::move(callback));
         return;
     }
-    if (item->savedURL && QFileInfo(*item->savedURL).isFile())
+    if (hasFile(*item) && !item->saveError)
         return callback(item->savedURL);
     // The first save failed, or the file went away since: save the capture anew.
     item->savedURL.reset();
+    item->annotated = false;
     item->waitingForFile.push_back(std::move(callback));
     writeNew(item, {});
 }
@@ -217,7 +315,9 @@ void CardActions::trash(const Item& item) {
         item->trashed = true;
         m_hooks.libraryChanged();
     } else {
+        // Nothing on disk to move: the card just goes.
         item->trashed = true;
+        return m_hooks.dismiss(item);
     }
     m_hooks.dismiss(item);
     m_toasts.present(QStringLiteral("Moved to Trash"), QStringLiteral("user-trash"));
@@ -247,8 +347,12 @@ void CardActions::update(const Item& item, const QImage& image) {
     item->png.clear();
     ++item->imageRevision;
     // A write still running is followed by this image; "Saved" is shown once it is written.
+    // A card with a file writes the edit beside it; one without stays "Not saved" until an
+    // action saves it.
+    if (item->savedURL)
+        item->saveError.reset();
     if (item->savedURL && !item->saving)
-        writeOver(item);
+        writeEdit(item);
     if (m_hooks.isShown(item))
         m_hooks.imageChanged(item);
 }

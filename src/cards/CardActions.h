@@ -13,9 +13,9 @@ class Preferences;
 class ToastCenter;
 
 // What a card does with its capture: saves it (once, in the background, never over another
-// capture), writes edits back over its own file, copies it and its text, shows it in the
-// folder and moves it to the Trash. Every write of a card runs after the one before, so the
-// file always ends up holding the newest image. Main thread only.
+// capture), writes edits to "<name> annotated.png" beside it, copies it and its text, shows it
+// in the folder and moves it to the Trash. Every write of a card runs after the one before, so
+// the card's file always ends up holding the newest image. Main thread only.
 class CardActions final : public QObject {
     Q_OBJECT
 public:
@@ -27,6 +27,7 @@ public:
         std::function<bool(const Item&)> isShown;
         std::function<void(const Item&)> dismiss;
         std::function<void(const Item&)> imageChanged; // new thumbnail to show and place
+        std::function<void(const Item&)> fileChanged;  // saved, not saved, or gone from disk
         std::function<void(const QString& path)> saved;
         std::function<void()> libraryChanged;
         std::function<void(const QImage&, std::function<void(const QImage&)>)> annotate;
@@ -55,11 +56,27 @@ public:
     // Takes an edited image back: new thumbnail, the file rewritten in the background.
     void update(const Item& item, const QImage& image);
 
+    // Notes a card whose file has gone from disk since it was saved.
+    void checkFile(const Item& item);
+
     static QImage fullResolution(const FloatingShotItem& item);
+    // What is wrong with the card's file, in a word or two ("Not saved"), with the reason;
+    // nothing while all is well.
+    struct FileProblem {
+        QString label;
+        QString reason;
+    };
+    static std::optional<FileProblem> fileProblem(const FloatingShotItem& item);
+    // Whether the card's file is on disk now.
+    static bool hasFile(const FloatingShotItem& item);
 
 private:
     void writeNew(const Item& item, std::function<void(const QByteArray&)> onEncoded);
     void finishNew(const Item& item, int revision, const Result<QString>& path);
+    void writeEdit(const Item& item);
+    void writeAnnotated(const Item& item);
+    void finishAnnotated(const Item& item, int revision, const QByteArray& png,
+                         const Result<QString>& path);
     void writeOver(const Item& item);
     void finishOver(const Item& item, int revision, const Result<QByteArray>& png);
     void writeNewerImage(const Item& item);

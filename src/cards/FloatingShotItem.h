@@ -39,8 +39,13 @@ struct FloatingShotItem {
     int savedRevision = -1;
     // A write of this card's file runs; the next waits for it.
     bool saving = false;
-    // Why the last write failed, while the card has no file.
+    // Why the last write failed: the image the card shows is not on disk.
     std::optional<QString> saveError;
+    // The file was saved, then went away from disk (moved or deleted by someone else).
+    bool fileMissing = false;
+    // savedURL is the card's own annotated copy, written beside the capture; edits after the
+    // first go over it, the capture itself is never written over.
+    bool annotated = false;
     // Deleted by the user: a write still running ends in the Trash.
     bool trashed = false;
     // Told once how the first write of the capture ended: its path, or why it failed.

@@ -14,7 +14,13 @@ FloatingShotManager::FloatingShotManager(Preferences& preferences, ToastCenter& 
                                          QObject* parent)
     : QObject(parent)
     , m_preferences(preferences)
-    , m_stack(m_items, [this](const FloatingShotItem& item) { return screenOf(item); })
+    , m_stack(
+          m_items, [this](const FloatingShotItem& item) { return screenOf(item); },
+          [this](const std::vector<Item>& extra) {
+              // Closed as the countdown closes them: the files stay.
+              for (const Item& item : extra)
+                  retire(item);
+          })
     , m_follower([this] { m_stack.layout(); })
     , m_actions(preferences, toasts,
                 {.isShown = [this](const Item& item) { return contains(item); },
@@ -26,6 +32,7 @@ FloatingShotManager::FloatingShotManager(Preferences& preferences, ToastCenter& 
                              item->panel->setFixedSize(FloatingShotView::panelSize);
                          m_stack.layout();
                      },
+                 .fileChanged = [this](const Item& item) { refresh(item); },
                  .saved =
                      [this](const QString& path) {
                          if (onSaved)
@@ -50,7 +57,14 @@ FloatingShotManager::FloatingShotManager(Preferences& preferences, ToastCenter& 
                      [this](const QImage& image) {
                          if (onAIQuery)
                              onAIQuery(image);
-                     }}) {}
+                     }}) {
+    // A file that goes from disk (deleted or moved in the file manager) shows on its card.
+    connect(&m_files, &QFileSystemWatcher::fileChanged, this, [this](const QString& path) {
+        for (const Item& item : m_items)
+            if (item->savedURL == path)
+                m_actions.checkFile(item);
+    });
+}
 
 FloatingShotManager::~FloatingShotManager() {
     for (const Item& item : m_items) {
@@ -79,10 +93,12 @@ FloatingShotManager::present(const QImage& image, std::function<void(const QByte
     m_items.push_back(item);
     m_follower.settle();
 
-    // Place it before it is first shown, so it never flashes at the origin.
+    // Place it before it is first shown, so it never flashes at the origin. A stack held for
+    // the pointer makes room now: the new card must appear in its place.
     QScreen* screen = screenOf(*item);
     item->panel->winId();
     item->panel->windowHandle()->setScreen(screen);
+    m_stack.release();
     m_stack.layout();
     item->panel->show();
     item->panel->raise();
@@ -113,15 +129,18 @@ FloatingShotView* FloatingShotManager::makeView(const Item& item, bool animateIn
         const Item alive = weak.lock();
         if (!alive || !contains(alive))
             return;
-        if (hovering)
+        if (hovering) {
             alive->dismissTask.stop();
-        else
+            // The pointer comes to act: the card says now if its file went away.
+            m_actions.checkFile(alive);
+        } else {
             scheduleAutoDismiss(alive);
+        }
     };
     // The saved capture itself is dragged out when there is one; a copy only before that.
     actions.fileURL = [weak]() -> std::optional<QString> {
         const Item alive = weak.lock();
-        return alive ? alive->savedURL : std::nullopt;
+        return alive && CardActions::hasFile(*alive) ? alive->savedURL : std::nullopt;
     };
     actions.fullImage = [weak] {
         const Item alive = weak.lock();
@@ -144,14 +163,25 @@ QScreen* FloatingShotManager::screenOf(const FloatingShotItem& item) const {
     return QGuiApplication::primaryScreen();
 }
 
-void FloatingShotManager::dismiss(const Item& item) {
+bool FloatingShotManager::retire(const Item& item) {
     const auto found = std::find(m_items.begin(), m_items.end(), item);
     if (found == m_items.end())
-        return;
+        return false;
     m_items.erase(found);
     item->dismissTask.stop();
     if (item->panel)
         item->panel->fadeOut();
+    return true;
+}
+
+void FloatingShotManager::dismiss(const Item& item) {
+    // Where the stack stands with the card still in it: a pointer there has just clicked it.
+    const QRect stack = m_stack.stackArea(screenOf(*item));
+    if (!retire(item))
+        return;
+    if (item->savedURL)
+        m_files.removePath(*item->savedURL);
+    m_stack.holdWhilePointerIn(stack);
     m_stack.layout();
     // The next capture appears under the pointer, wherever it is by then.
     if (m_items.empty())
@@ -179,10 +209,17 @@ void FloatingShotManager::togglePin(const Item& item) {
 }
 
 void FloatingShotManager::refresh(const Item& item) {
+    if (item->savedURL && !item->fileMissing && contains(item) &&
+        !m_files.files().contains(*item->savedURL))
+        m_files.addPath(*item->savedURL);
     if (!item->panel)
         return;
     item->panel->setImage(item->displayImage);
     item->panel->setPinned(bool(item->pinnedScreen));
+    if (const auto problem = CardActions::fileProblem(*item))
+        item->panel->setFileProblem(problem->label, problem->reason);
+    else
+        item->panel->setFileProblem({}, {});
 }
 
 } // namespace qm

@@ -5,6 +5,7 @@
 #include "cards/FloatingShotItem.h"
 #include "cards/PointerFollower.h"
 
+#include <QFileSystemWatcher>
 #include <QImage>
 #include <QObject>
 #include <QString>
@@ -61,6 +62,8 @@ public:
     bool isMonitoring() const { return m_follower.isActive(); }
 
     void layout() { m_stack.layout(); }
+    // Whether the stack waits for the pointer to leave it before it closes up.
+    bool isHeld() const { return m_stack.isHeld(); }
     void dismiss(const Item& item);
     void scheduleAutoDismiss(const Item& item);
     void togglePin(const Item& item);
@@ -87,12 +90,15 @@ private:
     QScreen* screenOf(const FloatingShotItem& item) const;
     FloatingShotView* makeView(const Item& item, bool animateIn);
     bool contains(const Item& item) const;
+    // Takes the card out of the stack and fades it away; false when it was not shown.
+    bool retire(const Item& item);
 
     Preferences& m_preferences;
     std::vector<Item> m_items;
     CardStack m_stack;
     PointerFollower m_follower;
     CardActions m_actions;
+    QFileSystemWatcher m_files; // the shown cards' files
 };
 
 } // namespace qm

@@ -73,6 +73,15 @@ FloatingShotView::FloatingShotView(const QImage& image, bool animateIn, Actions 
         addButton(QStringLiteral("deleteButton"), QStringLiteral("user-trash"),
                   QStringLiteral("Delete (moves the file to the Trash)"), m_actions.onDelete);
     m_delete->setDestructive(true);
+
+    m_problem = new QLabel(this);
+    m_problem->setObjectName(QStringLiteral("fileProblem"));
+    m_problem->setAttribute(Qt::WA_AlwaysShowToolTips);
+    m_problem->setAlignment(Qt::AlignCenter);
+    m_problem->setStyleSheet(QStringLiteral("QLabel { background: rgba(200, 40, 30, 230); "
+                                            "color: white; border-radius: 9px; "
+                                            "padding: 2px 8px; font-weight: 600; }"));
+    m_problem->hide();
     placeButtons();
 
     m_hoverAnimation.setDuration(kHoverMillis);
@@ -114,6 +123,20 @@ void FloatingShotView::placeButtons() {
         button->setGeometry(QRect(QPoint(x, y), size));
         x += size.width() + kButtonGap;
     }
+}
+
+void FloatingShotView::setFileProblem(const QString& label, const QString& reason) {
+    m_problem->setText(label);
+    m_problem->setToolTip(reason);
+    m_problem->setVisible(!label.isEmpty());
+    m_problem->adjustSize();
+    m_problem->move(padding + (cardWidth - m_problem->width()) / 2, padding + kButtonInset + 2);
+    m_problem->raise();
+    m_delete->setEnabled(label.isEmpty());
+}
+
+QString FloatingShotView::fileProblem() const {
+    return m_problem->isHidden() ? QString() : m_problem->text();
 }
 
 void FloatingShotView::setImage(const QImage& image) {

@@ -3,6 +3,7 @@
 #include "cards/DragOutGesture.h"
 
 #include <QImage>
+#include <QLabel>
 #include <QVariantAnimation>
 #include <QWidget>
 #include <functional>
@@ -47,6 +48,11 @@ public:
     // None: not tried; true: text copied; false: no text found.
     void setOcrResult(std::optional<bool> result);
     std::optional<bool> ocrResult() const { return m_ocrResult; }
+    // Marks a card whose file is not (or no longer) on disk: a badge with the label, the
+    // reason as its tool-tip, and Delete disabled, since there is nothing to move to the
+    // Trash. An empty label clears the mark. The badge is the child "fileProblem".
+    void setFileProblem(const QString& label, const QString& reason);
+    QString fileProblem() const;
     bool hovering() const { return m_hovering; }
 
     DragSourceView* thumbnail() const { return m_thumbnail; }
@@ -79,6 +85,7 @@ private:
     HoverIconButton* m_pin = nullptr;
     HoverIconButton* m_close = nullptr;
     HoverIconButton* m_delete = nullptr;
+    QLabel* m_problem = nullptr;
     QVariantAnimation m_hoverAnimation;
     double m_hoverProgress = 0.0;
     bool m_hovering = false;

@@ -3,6 +3,8 @@
 #include "TestSupport.h"
 #include "base/Preferences.h"
 #include "base/SettingsStore.h"
+#include "cards/CardStack.h"
+#include "cards/DragSourceView.h"
 #include "cards/FloatingShotView.h"
 #include "cards/HoverIconButton.h"
 #include "ui/ToastCenter.h"
@@ -19,6 +21,7 @@
 #include <QDropEvent>
 #include <QFileInfo>
 #include <QGuiApplication>
+#include <QLabel>
 #include <QLineEdit>
 #include <QMap>
 #include <QMimeData>
@@ -219,7 +222,8 @@ TEST_F(FloatingShotManagerTest, CardsStackUpFromTheBottomLeftOfTheScreenUnderThe
     EXPECT_EQ(slot(left, 0), QPoint(20, 1080 - 20 - 176));
     EXPECT_EQ(slot(left, 1).y(), 1080 - 20 - 176 - 190);
 
-    // Closing the middle card keeps its file; the newest slides down into its place.
+    // Closing the middle card keeps its file; the newest slides down into its place once the
+    // pointer has left the stack.
     for (const auto& card : cards)
         ASSERT_TRUE(waitSaved(card));
     QPointer<FloatingShotView> middle = cards[1]->panel;
@@ -227,8 +231,64 @@ TEST_F(FloatingShotManagerTest, CardsStackUpFromTheBottomLeftOfTheScreenUnderThe
     ASSERT_TRUE(waitUntil([&] { return !middle; }));
     EXPECT_TRUE(QFileInfo::exists(*cards[1]->savedURL));
     EXPECT_EQ(manager.items().size(), 2u);
+    EXPECT_TRUE(placed(cards[2], slot(left, 2)));
+    pointerTo(left->geometry().center());
     EXPECT_TRUE(waitUntil([&] { return placed(cards[2], slot(left, 1)); }));
     EXPECT_TRUE(placed(cards[0], slot(left, 0)));
+}
+
+TEST_F(FloatingShotManagerTest, ASecondClickWhereACardWasTrashedHitsNothingUntilThePointerLeaves) {
+    std::vector<FloatingShotManager::Item> cards;
+    for (int i = 0; i < 3; ++i)
+        cards.push_back(manager.present(makeScreenshotLikeImage(800, 500)));
+    for (const auto& card : cards)
+        ASSERT_TRUE(waitSaved(card));
+    ASSERT_TRUE(waitUntil([&] { return placed(cards[2], slot(left, 2)); }));
+
+    // A double click on Delete: the first trashes the bottom card...
+    QPointer<FloatingShotView> bottom = cards[0]->panel;
+    click(button(cards[0], "deleteButton"));
+    ASSERT_TRUE(waitUntil([&] { return !bottom; }));
+    EXPECT_FALSE(QFileInfo::exists(*cards[0]->savedURL));
+    // ...and nothing has moved under the pointer, so the second hits no card.
+    EXPECT_TRUE(placed(cards[1], slot(left, 1)));
+    EXPECT_TRUE(placed(cards[2], slot(left, 2)));
+    xdotool({QStringLiteral("click"), QStringLiteral("1")});
+    const ProcessResult under =
+        run(QStringLiteral("xdotool"), {QStringLiteral("getmouselocation")});
+    for (const auto& card : {cards[1], cards[2]})
+        EXPECT_FALSE(under.out.contains("window:" + QByteArray::number(card->panel->winId())));
+
+    // Once the pointer is away the stack closes up, and both cards and their files are there.
+    pointerTo(left->geometry().center());
+    ASSERT_TRUE(waitUntil([&] { return placed(cards[1], slot(left, 0)); }));
+    EXPECT_TRUE(waitUntil([&] { return placed(cards[2], slot(left, 1)); }));
+    EXPECT_EQ(manager.items().size(), 2u);
+    EXPECT_TRUE(QFileInfo::exists(*cards[1]->savedURL));
+    EXPECT_TRUE(QFileInfo::exists(*cards[2]->savedURL));
+}
+
+TEST_F(FloatingShotManagerTest, ANewCardThatWouldNotFitClosesTheOldestAndAllStayOnScreen) {
+    preferences.setOverlayDismissSeconds(0); // nothing closes by itself
+    const int fit = CardStack::capacity(left, FloatingShotView::panelSize.height());
+    EXPECT_EQ(fit, 5) << "1080 points hold five cards of 176 with their gaps";
+    std::vector<FloatingShotManager::Item> cards;
+    for (int i = 0; i < 7; ++i)
+        cards.push_back(manager.present(makeScreenshotLikeImage(640, 400)));
+    EXPECT_EQ(manager.items().size(), std::size_t(fit));
+    EXPECT_EQ(manager.items().front(), cards[2]);
+    for (int i = 0; i < 2; ++i) {
+        QPointer<FloatingShotView> panel = cards[std::size_t(i)]->panel;
+        EXPECT_TRUE(waitUntil([&] { return !panel; })) << "card " << i;
+        // Closed as the countdown closes cards: the capture stays saved.
+        ASSERT_TRUE(waitSaved(cards[std::size_t(i)]));
+        EXPECT_TRUE(QFileInfo::exists(*cards[std::size_t(i)]->savedURL));
+    }
+    for (int i = 2; i < 7; ++i) {
+        const auto& card = cards[std::size_t(i)];
+        ASSERT_TRUE(waitUntil([&] { return placed(card, slot(left, i - 2)); })) << "card " << i;
+        EXPECT_TRUE(left->availableGeometry().contains(card->panel->geometry())) << "card " << i;
+    }
 }
 
 TEST_F(FloatingShotManagerTest, UnpinnedCardsFollowThePointerToAnotherMonitorPinnedOnesStay) {
@@ -327,7 +387,7 @@ TEST_F(FloatingShotManagerTest, AutoDismissPausesWhileHoveredAndStartsOverOnLeav
     EXPECT_TRUE(QFileInfo::exists(*card->savedURL));
 }
 
-TEST_F(FloatingShotManagerTest, FileIsWrittenBeforeItIsReportedAndEditsAreWrittenOverIt) {
+TEST_F(FloatingShotManagerTest, FileIsWrittenBeforeItIsReportedAndEditsGoBesideIt) {
     const QImage image = makeScreenshotLikeImage(1600, 900);
     QImage onDisk;
     manager.onSaved = [&](const QString& path) {
@@ -352,28 +412,46 @@ TEST_F(FloatingShotManagerTest, FileIsWrittenBeforeItIsReportedAndEditsAreWritte
     EXPECT_TRUE(file.fileName().startsWith(QStringLiteral("Quillmark ")));
     EXPECT_EQ(toastText(), QStringLiteral("Saved “%1”").arg(file.fileName()));
 
-    // Clicking the thumbnail opens the editor; the edited image comes back into the file.
+    // Clicking the thumbnail opens the editor; the edited image goes to a new file beside the
+    // capture, numbered as that name is taken already, and the capture stays as it was.
+    const QString stem = file.absolutePath() + u'/' + file.completeBaseName();
+    QFile taken(stem + QStringLiteral(" annotated.png"));
+    ASSERT_TRUE(taken.open(QIODevice::WriteOnly));
+    taken.close();
     click(card->panel->findChild<QWidget*>(QStringLiteral("thumbnail")));
     ASSERT_TRUE(waitUntil([&] { return bool(finishEditing); }));
     EXPECT_EQ(handedToEditor, image);
     finishEditing(edited);
     EXPECT_EQ(card->displayImage.pixelColor(10, 10), QColor(Qt::magenta));
     ASSERT_TRUE(waitWritten(card));
+    EXPECT_EQ(*card->savedURL, stem + QStringLiteral(" annotated 2.png"));
     EXPECT_EQ(QImage(*card->savedURL).pixelColor(10, 10), QColor(Qt::magenta));
+    EXPECT_EQ(QImage(file.filePath()).convertToFormat(image.format()), image);
+    EXPECT_EQ(QFileInfo(taken.fileName()).size(), 0) << "another file was written over";
     EXPECT_EQ(toastText(), QStringLiteral("Saved"));
-    EXPECT_EQ(outputFiles().size(), 1);
-    EXPECT_EQ(saved.size(), 1) << "an edit is written over the card's file, not a new one";
+    EXPECT_EQ(saved, QStringList({file.filePath(), *card->savedURL}));
 
-    // An edit that finishes while the first save still runs ends up in the file too, and a
-    // capture in the same second as the first gets its own file.
+    // A second edit goes over the card's own annotated copy, not into a third file.
+    QImage again = image.copy();
+    again.fill(Qt::cyan);
+    manager.update(card, again);
+    ASSERT_TRUE(waitWritten(card));
+    EXPECT_EQ(*card->savedURL, stem + QStringLiteral(" annotated 2.png"));
+    EXPECT_EQ(QImage(*card->savedURL).pixelColor(10, 10), QColor(Qt::cyan));
+    EXPECT_EQ(outputFiles().size(), 3);
+
+    // An edit that finishes while the first save still runs ends up beside that file too, and
+    // a capture in the same second as the first gets its own file.
     saved.clear();
     const auto quick = manager.present(image);
     manager.update(quick, edited);
     ASSERT_TRUE(waitSaved(quick));
     ASSERT_TRUE(waitWritten(quick));
+    ASSERT_EQ(saved.size(), 2);
+    EXPECT_EQ(QImage(saved[0]).convertToFormat(image.format()), image);
+    EXPECT_TRUE(quick->savedURL->endsWith(QStringLiteral(" annotated.png")));
     EXPECT_EQ(QImage(*quick->savedURL).pixelColor(10, 10), QColor(Qt::magenta));
-    EXPECT_EQ(outputFiles().size(), 2);
-    EXPECT_EQ(QImage(*card->savedURL).pixelColor(10, 10), QColor(Qt::magenta));
+    EXPECT_EQ(outputFiles().size(), 5);
 
     // Copy hands out the very bytes of the file.
     click(button(quick, "copyButton"));
@@ -515,10 +593,19 @@ TEST_F(FloatingShotManagerTest, ShowInFolderSavesAgainWhenTheFirstSaveFailed) {
     ASSERT_TRUE(waitUntil([&] { return !card->saving; }));
     EXPECT_FALSE(card->savedURL);
     EXPECT_TRUE(log.contains(QStringLiteral("Quillmark save error: ")));
-    EXPECT_TRUE(toastText().startsWith(QStringLiteral("Not saved: ")));
-    EXPECT_TRUE(toastText().endsWith(QStringLiteral("/blocker is a file")))
-        << toastText().toStdString();
+    const QString reason = toastText();
+    EXPECT_TRUE(reason.startsWith(QStringLiteral("Not saved: ")));
+    EXPECT_TRUE(reason.endsWith(QStringLiteral("/blocker is a file"))) << reason.toStdString();
     EXPECT_TRUE(saved.isEmpty());
+    // The card says so for as long as it shows, and offers no Delete of a file it lacks.
+    auto* mark = card->panel->findChild<QLabel*>(QStringLiteral("fileProblem"));
+    ASSERT_TRUE(mark);
+    EXPECT_EQ(card->panel->fileProblem(), QStringLiteral("Not saved"));
+    EXPECT_EQ(mark->toolTip(), reason);
+    EXPECT_FALSE(button(card, "deleteButton")->isEnabled());
+    // An edit of it is not on disk either.
+    manager.update(card, makeScreenshotLikeImage(400, 300));
+    EXPECT_EQ(card->panel->fileProblem(), QStringLiteral("Not saved"));
 
     ASSERT_TRUE(preferences.setOutputDirectory(dir.filePath(QStringLiteral("Elsewhere"))));
     auto* reveal = button(card, "revealButton");
@@ -529,6 +616,19 @@ TEST_F(FloatingShotManagerTest, ShowInFolderSavesAgainWhenTheFirstSaveFailed) {
     EXPECT_EQ(QFileInfo(*card->savedURL).absolutePath(), preferences.outputDirectory());
     EXPECT_EQ(files.shown, QStringList{QUrl::fromLocalFile(*card->savedURL).toString()});
     EXPECT_EQ(saved, QStringList{*card->savedURL});
+    EXPECT_EQ(card->panel->fileProblem(), QString());
+    EXPECT_TRUE(button(card, "deleteButton")->isEnabled());
+
+    // A file removed behind the card's back shows too; the card still saves it anew.
+    const QString first = *card->savedURL;
+    ASSERT_TRUE(QFile::remove(first));
+    ASSERT_TRUE(waitUntil([&] { return card->panel->fileProblem() == QStringLiteral("File missing"); }));
+    EXPECT_FALSE(button(card, "deleteButton")->isEnabled());
+    files.shown.clear();
+    click(reveal);
+    ASSERT_TRUE(waitUntil([&] { return !files.shown.isEmpty(); }));
+    EXPECT_TRUE(QFileInfo::exists(*card->savedURL));
+    EXPECT_EQ(card->panel->fileProblem(), QString());
 
     bus.unregisterService(QStringLiteral("org.freedesktop.FileManager1"));
     bus.unregisterObject(QStringLiteral("/org/freedesktop/FileManager1"));

@@ -48,7 +48,10 @@ CaptureFlows::CaptureFlows(ScreenCaptureManager& capture, platform::SurfaceBacke
     , m_capture(capture)
     , m_report(std::move(report))
     , m_overlay(surfaces)
-    , m_countdown(sounds) {}
+    , m_countdown(sounds) {
+    // Cards, toasts and the countdown never end up in what the flows capture.
+    m_capture.keepOwnWindowsOut(surfaces);
+}
 
 CaptureFlows::~CaptureFlows() = default;
 

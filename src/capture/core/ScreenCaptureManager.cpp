@@ -46,7 +46,12 @@ ScreenCaptureManager::ScreenCaptureManager(platform::ScreenCaptureBackend& backe
                                            ShareableContentCache& cache, QObject* parent)
     : QObject(parent)
     , m_backend(backend)
-    , m_cache(cache) {}
+    , m_cache(cache)
+    , m_grabber(backend) {}
+
+void ScreenCaptureManager::keepOwnWindowsOut(platform::SurfaceBackend& surfaces) {
+    m_grabber.keepOwnWindowsOut(surfaces);
+}
 
 QString ScreenCaptureManager::displayId(const QScreen* screen) {
     return screen ? screen->name() : QString();
@@ -81,7 +86,7 @@ void ScreenCaptureManager::capture(QScreen* screen, QObject* context,
                                        display->pixelGeometry.topLeft(),
                                        target->devicePixelRatio()};
             QPointer<ScreenCaptureManager> self(this);
-            m_backend.grabDisplay(
+            m_grabber.grabDisplay(
                 display->pixelGeometry, [=](const CaptureResult<QImage>& grabbed) {
                     if (!self)
                         return;
@@ -128,7 +133,7 @@ void ScreenCaptureManager::captureFullScreen(QObject* context, Completion<QImage
             if (!target)
                 return answer(caller, done, noDisplay());
             const double scale = target->devicePixelRatio();
-            m_backend.grabDisplay(display.value().pixelGeometry,
+            m_grabber.grabDisplay(display.value().pixelGeometry,
                                   [=](const CaptureResult<QImage>& grabbed) {
                                       if (grabbed.ok()) {
                                           QImage result = grabbed.value();
@@ -155,7 +160,7 @@ void ScreenCaptureManager::captureWindow(const CapturedWindow& window, QObject* 
                 return answer(caller, done, content.error());
             const auto shareable = content.value();
             QPointer<ScreenCaptureManager> self(this);
-            m_backend.grabWindow(id, [=](const CaptureResult<platform::WindowImage>& grabbed) {
+            m_grabber.grabWindow(id, [=](const CaptureResult<platform::WindowImage>& grabbed) {
                 if (!self)
                     return;
                 if (!grabbed.ok())
@@ -202,7 +207,7 @@ void ScreenCaptureManager::captureFrontWindow(QObject* context, Completion<QImag
         if (!chosen)
             return answer(caller, done, noWindow());
         const double scale = self->scaleOfPixels(shareable, *chosen->bounds);
-        self->m_backend.grabWindow(chosen->id,
+        self->m_grabber.grabWindow(chosen->id,
                                    [=](const CaptureResult<platform::WindowImage>& grabbed) {
                                        if (!grabbed.ok())
                                            return answer(caller, done, grabbed.error());

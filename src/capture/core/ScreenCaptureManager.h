@@ -1,6 +1,7 @@
 #pragma once
 
 #include "capture/core/CaptureTypes.h"
+#include "capture/core/OwnWindowShield.h"
 #include "capture/core/ShareableContentCache.h"
 #include "platform/capture/api/ScreenCaptureBackend.h"
 
@@ -23,6 +24,10 @@ public:
 
     ScreenCaptureManager(platform::ScreenCaptureBackend& backend, ShareableContentCache& cache,
                          QObject* parent = nullptr);
+
+    // From now on our own floating windows are taken off the screen for every grab they
+    // would show in. The surfaces outlive the manager.
+    void keepOwnWindowsOut(platform::SurfaceBackend& surfaces);
 
     // Freezes one screen: its pixels at full resolution and the windows on the desktop.
     void capture(QScreen* screen, QObject* context, Completion<DisplayCapture> done);
@@ -55,6 +60,7 @@ private:
 
     platform::ScreenCaptureBackend& m_backend;
     ShareableContentCache& m_cache;
+    ShieldedGrabber m_grabber; // every grab goes through it
 };
 
 } // namespace qm

@@ -1,6 +1,10 @@
 #include "platform/surface/x11/X11SurfaceBackend.h"
 
+#include "platform/surface/x11/RepaintWatch.h"
+
 #include <QGuiApplication>
+#include <QTimer>
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <xcb/xcb.h>
@@ -31,6 +35,20 @@ int wholePixel(xcb_input_fp1616_t value) {
 
 } // namespace
 
+// One withdrawal waiting for the programs beneath our windows to redraw.
+struct X11SurfaceBackend::Repaint {
+    explicit Repaint(RepaintWatch w)
+        : watch(std::move(w)) {}
+
+    RepaintWatch watch;
+    std::uint32_t damage = 0; // 0 without the extension: then only the clock ends the wait
+    std::uint16_t sync = 0;   // drawing reported at or after this request came from redraws
+    std::vector<WId> windows;
+    std::function<void(std::vector<WId>)> done;
+    QTimer limit;
+    QTimer settle;
+};
+
 std::unique_ptr<X11SurfaceBackend> X11SurfaceBackend::create() {
     const auto* x11 =
         qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
@@ -59,6 +77,12 @@ X11SurfaceBackend::X11SurfaceBackend(xcb_connection_t* connection,
 X11SurfaceBackend::~X11SurfaceBackend() {
     if (QCoreApplication* app = QCoreApplication::instance())
         app->removeNativeEventFilter(this);
+    // Windows still off the screen come back; nobody is told.
+    for (const auto& waiting : m_repaints) {
+        if (waiting->damage)
+            m_damage->destroy(waiting->damage);
+        restore(waiting->windows);
+    }
 }
 
 bool X11SurfaceBackend::compositingAvailable() {
@@ -85,11 +109,183 @@ void X11SurfaceBackend::pointerSeen(std::uint32_t window, QPoint position) {
     m_pointer = position;
 }
 
+void X11SurfaceBackend::withdraw(const std::vector<WId>& windows, const QRect& pixelArea,
+                                 std::function<void(std::vector<WId>)> repainted) {
+    xcb_connection_t* c = m_connection;
+    std::vector<xcb_get_geometry_cookie_t> cookies;
+    cookies.reserve(windows.size());
+    for (const WId window : windows)
+        cookies.push_back(xcb_get_geometry(c, xcb_window_t(window)));
+    std::vector<WId> taken;
+    std::vector<std::uint32_t> ids;
+    QRegion uncovered;
+    xcb_window_t root = XCB_WINDOW_NONE;
+    for (std::size_t i = 0; i < windows.size(); ++i) {
+        const XReply<xcb_get_geometry_reply_t> geometry(
+            xcb_get_geometry_reply(c, cookies[i], nullptr));
+        if (!geometry)
+            continue;
+        root = geometry->root;
+        // Floating windows are children of the root: this is their place on the desktop.
+        const int border = 2 * geometry->border_width;
+        const QRect frame(geometry->x, geometry->y, geometry->width + border,
+                          geometry->height + border);
+        const QRect overlap = frame & pixelArea;
+        if (overlap.isEmpty())
+            continue;
+        taken.push_back(windows[i]);
+        ids.push_back(std::uint32_t(windows[i]));
+        uncovered += overlap;
+    }
+    // A window of ours that Qt took away a moment ago (the selection overlay, a card that
+    // closed) may still leave its hole: where it was is not known any more, so all of the area
+    // is watched.
+    const bool recentlyHidden =
+        m_ownUnmapped.isValid() && !m_ownUnmapped.hasExpired(repaintLimit.count());
+    if (taken.empty() && !recentlyHidden)
+        return repainted({});
+    if (recentlyHidden)
+        uncovered += pixelArea;
+    for (const std::uint32_t id : ids)
+        m_withdrawn.insert(id);
+
+    if (!m_damageAsked) {
+        m_damageAsked = true;
+        m_damage = X11Damage::negotiate(c);
+    }
+    // What lies beneath is known before our windows go; what others redraw is seen after.
+    RepaintWatch watch(othersShown(ids), uncovered);
+    const std::uint32_t damage = m_damage && !watch.done() ? m_damage->create(root) : 0;
+    for (const std::uint32_t id : ids)
+        xcb_unmap_window(c, id);
+    // Once this is answered the server has painted the root's background where it shows
+    // through; anything drawn later comes from programs that were told to redraw.
+    const xcb_get_input_focus_cookie_t sync = xcb_get_input_focus(c);
+    const XReply<xcb_get_input_focus_reply_t> synced(xcb_get_input_focus_reply(c, sync, nullptr));
+    if (watch.done())
+        return repainted(std::move(taken));
+
+    auto waiting = std::make_unique<Repaint>(std::move(watch));
+    Repaint* raw = waiting.get();
+    raw->damage = damage;
+    raw->sync = std::uint16_t(sync.sequence);
+    raw->windows = std::move(taken);
+    raw->done = std::move(repainted);
+    raw->limit.setSingleShot(true);
+    raw->settle.setSingleShot(true);
+    QObject::connect(&raw->limit, &QTimer::timeout, &m_timers, [this, raw] { finishRepaint(raw); });
+    QObject::connect(&raw->settle, &QTimer::timeout, &m_timers,
+                     [this, raw] { finishRepaint(raw); });
+    // Without the extension nothing tells when the others are done: a quiet spell must do;
+    // the same for a program that never draws at all.
+    if (damage)
+        raw->limit.start(repaintLimit);
+    raw->settle.start(repaintSettle);
+    m_repaints.push_back(std::move(waiting));
+}
+
+std::vector<QRegion> X11SurfaceBackend::othersShown(const std::vector<std::uint32_t>& ours) {
+    xcb_connection_t* c = m_connection;
+    const QRect everything(-32768, -32768, 65536, 65536);
+    // A compositing manager redraws all of it, as one program.
+    if (compositingAvailable())
+        return {QRegion(everything)};
+    auto screens = xcb_setup_roots_iterator(xcb_get_setup(c));
+    for (int n = defaultScreenNumber(); n > 0 && screens.rem; --n)
+        xcb_screen_next(&screens);
+    if (!screens.rem)
+        return {QRegion(everything)};
+    const XReply<xcb_query_tree_reply_t> tree(
+        xcb_query_tree_reply(c, xcb_query_tree(c, screens.data->root), nullptr));
+    if (!tree)
+        return {QRegion(everything)};
+    const xcb_window_t* children = xcb_query_tree_children(tree.get());
+    const int count = xcb_query_tree_children_length(tree.get());
+    std::vector<std::pair<xcb_get_window_attributes_cookie_t, xcb_get_geometry_cookie_t>> asked;
+    for (int i = count - 1; i >= 0; --i) { // top-most first
+        if (std::find(ours.begin(), ours.end(), children[i]) != ours.end())
+            continue;
+        asked.emplace_back(xcb_get_window_attributes(c, children[i]),
+                           xcb_get_geometry(c, children[i]));
+    }
+    // The root's own background is painted by the server at once; nobody redraws it.
+    std::vector<QRegion> shown;
+    QRegion above;
+    for (const auto& [attributesCookie, geometryCookie] : asked) {
+        const XReply<xcb_get_window_attributes_reply_t> attributes(
+            xcb_get_window_attributes_reply(c, attributesCookie, nullptr));
+        const XReply<xcb_get_geometry_reply_t> geometry(
+            xcb_get_geometry_reply(c, geometryCookie, nullptr));
+        if (!attributes || !geometry || attributes->map_state != XCB_MAP_STATE_VIEWABLE ||
+            attributes->_class != XCB_WINDOW_CLASS_INPUT_OUTPUT)
+            continue;
+        const int border = 2 * geometry->border_width;
+        const QRect frame(geometry->x, geometry->y, geometry->width + border,
+                          geometry->height + border);
+        if (QRegion visible = QRegion(frame) - above; !visible.isEmpty())
+            shown.push_back(visible);
+        above += frame;
+    }
+    return shown;
+}
+
+bool X11SurfaceBackend::repaintSeen(const X11Damage::Notify& notify) {
+    const auto found = std::find_if(m_repaints.begin(), m_repaints.end(),
+                                    [&](const auto& r) { return r->damage == notify.damage; });
+    if (found == m_repaints.end())
+        return true; // a report that crossed the object's destruction
+    Repaint* waiting = found->get();
+    // Drawing reported before the sync was the server's own, while it took our windows off.
+    if (std::int16_t(notify.sequence - waiting->sync) < 0) {
+        waiting->watch.serverPainted(notify.area);
+        return true;
+    }
+    waiting->watch.drawn(notify.area);
+    if (waiting->watch.done())
+        finishRepaint(waiting);
+    else
+        waiting->settle.start(repaintSettle);
+    return true;
+}
+
+void X11SurfaceBackend::finishRepaint(Repaint* waiting) {
+    const auto found = std::find_if(m_repaints.begin(), m_repaints.end(),
+                                    [&](const auto& r) { return r.get() == waiting; });
+    if (found == m_repaints.end())
+        return;
+    std::unique_ptr<Repaint> done = std::move(*found);
+    m_repaints.erase(found);
+    if (done->damage) {
+        m_damage->destroy(done->damage);
+        xcb_flush(m_connection);
+    }
+    done->done(std::move(done->windows));
+}
+
+void X11SurfaceBackend::restore(const std::vector<WId>& windows) {
+    for (const WId window : windows) {
+        // A window destroyed meanwhile is no error worth a word.
+        xcb_discard_reply(m_connection,
+                          xcb_map_window_checked(m_connection, xcb_window_t(window)).sequence);
+    }
+    xcb_flush(m_connection);
+}
+
 bool X11SurfaceBackend::nativeEventFilter(const QByteArray& eventType, void* message, qintptr*) {
     if (eventType != "xcb_generic_event_t")
         return false;
     const auto* event = static_cast<const xcb_generic_event_t*>(message);
+    if (m_damage)
+        if (const auto notify = m_damage->parse(event))
+            return repaintSeen(*notify); // nobody else here asks for these
     switch (event->response_type & 0x7f) {
+    case XCB_UNMAP_NOTIFY: {
+        // Qt asks to hear of its own windows' unmapping; ours are not Qt's doing.
+        const auto* unmap = reinterpret_cast<const xcb_unmap_notify_event_t*>(event);
+        if (unmap->event == unmap->window && !m_withdrawn.remove(unmap->window))
+            m_ownUnmapped.start();
+        break;
+    }
     case XCB_MOTION_NOTIFY: {
         const auto* motion = reinterpret_cast<const xcb_motion_notify_event_t*>(event);
         pointerSeen(motion->event, QPoint(motion->event_x, motion->event_y));
