@@ -243,12 +243,13 @@ void AnnotationEditorController::write(std::optional<QString> path, std::functio
                 if (m_onToast)
                     m_onToast(tr("Saved as %1").arg(QFileInfo(*written).fileName()),
                               QStringLiteral("document-save"));
-                // Copies: either may end this controller.
+                // Copies, and a guard: the receiver may end this controller.
                 const SavedCallback saved = onSaved;
                 const std::function<void()> next = then;
+                const QPointer<AnnotationEditorController> alive(this);
                 if (saved)
                     saved(*written);
-                if (next)
+                if (next && alive)
                     next();
             });
     watcher->setFuture(QtConcurrent::run([image, path, beside]() -> Result<QString> {
@@ -286,7 +287,7 @@ void AnnotationEditorController::askBeforeClosing() {
     auto* box = new QMessageBox(
         QMessageBox::Warning, tr("Quillmark Editor"), tr("Save the changes to this capture?"),
         QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel, m_window);
-    box->setInformativeText(tr("Your marks are lost if you close without saving."));
+    box->setInformativeText(tr("Your changes are lost if you close without saving."));
     box->setDefaultButton(QMessageBox::Save);
     box->setEscapeButton(QMessageBox::Cancel);
     box->setWindowModality(Qt::WindowModal);
