@@ -28,7 +28,9 @@ void EditorWindows::open(const QImage& image, std::function<void(std::optional<Q
                 std::erase_if(m_controllers, [done](const auto& c) { return c.get() == done; });
             });
         },
-        [this](const QString& text, const QString& iconName) { m_toasts.present(text, iconName); });
+        [this](const QString& text, const QString& iconName, ToastCenter::Style style) {
+            m_toasts.present(text, iconName, style);
+        });
     *self = controller.get();
     if (saving) {
         controller->saveBeside = saving->beside;

@@ -165,7 +165,7 @@ void AnnotationEditorController::copy() {
     m_model->document().commitPendingText();
     ImageExport::copyToPasteboard(flatten(*m_model));
     if (m_onToast)
-        m_onToast(tr("Copied"), QStringLiteral("edit-copy"));
+        m_onToast(tr("Copied"), QStringLiteral("edit-copy"), ToastCenter::Style::Plain);
 }
 
 AnnotationEditorController::SavedState AnnotationEditorController::currentState() const {
@@ -235,14 +235,14 @@ void AnnotationEditorController::write(std::optional<QString> path, std::functio
                 if (!written) {
                     if (m_onToast)
                         m_onToast(tr("Could not save: %1").arg(written.error().reason),
-                                  QStringLiteral("dialog-warning"));
+                                  QStringLiteral("dialog-warning"), ToastCenter::Style::Error);
                     return;
                 }
                 m_savedPath = *written;
                 m_savedState = state;
                 if (m_onToast)
                     m_onToast(tr("Saved as %1").arg(QFileInfo(*written).fileName()),
-                              QStringLiteral("document-save"));
+                              QStringLiteral("document-save"), ToastCenter::Style::Plain);
                 // Copies, and a guard: the receiver may end this controller.
                 const SavedCallback saved = onSaved;
                 const std::function<void()> next = then;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "editor/model/Annotation.h"
+#include "ui/ToastCenter.h"
 
 #include <QImage>
 #include <QList>
@@ -44,7 +45,8 @@ class AnnotationEditorController : public QObject {
 public:
     using FinishCallback = std::function<void(const std::optional<QImage>& image)>;
     using AskAICallback = std::function<void(const QImage& image)>;
-    using ToastCallback = std::function<void(const QString& text, const QString& iconName)>;
+    using ToastCallback =
+        std::function<void(const QString& text, const QString& iconName, ToastCenter::Style style)>;
     using SavedCallback = std::function<void(const QString& path)>;
     // Asks where to save; an empty answer cancels.
     using ChooseFileCallback =

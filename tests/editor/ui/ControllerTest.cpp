@@ -125,10 +125,10 @@ TEST_F(ControllerTest, ClosingTheWindowReportsNoImage) {
 
 TEST_F(ControllerTest, ControlCPutsTheFinishedImageOnTheClipboardWithAToast) {
     QStringList toasts;
-    AnnotationEditorController controller(image, *store, {},
-                                          [&](const QString& text, const QString& symbol) {
-                                              toasts << text + QLatin1Char('|') + symbol;
-                                          });
+    AnnotationEditorController controller(
+        image, *store, {}, [&](const QString& text, const QString& symbol, ToastCenter::Style) {
+            toasts << text + QLatin1Char('|') + symbol;
+        });
     controller.show();
     ASSERT_TRUE(QTest::qWaitForWindowActive(controller.window()));
     ASSERT_EQ(key(QStringLiteral("ctrl+c")), 0);
@@ -265,7 +265,7 @@ TEST_F(ControllerTest, SavingAnEditedFileWritesANewFileBesideItAndLeavesTheOrigi
     int reports = 0;
     AnnotationEditorController controller(
         image, *store, [&](const std::optional<QImage>&) { ++reports; },
-        [&](const QString& text, const QString&) { toasts << text; });
+        [&](const QString& text, const QString&, ToastCenter::Style) { toasts << text; });
     controller.saveBeside = SaveBeside{dir.path(), QStringLiteral("shot annotated")};
     controller.onSaved = [&](const QString& path) { saved << path; };
     controller.show();
@@ -314,10 +314,13 @@ TEST_F(ControllerTest, ASaveThatFailsSaysWhyAndKeepsTheWorkOpen) {
         ASSERT_TRUE(file.open(QIODevice::WriteOnly));
     }
     QStringList toasts;
-    int reports = 0;
+    int reports = 0, errors = 0;
     AnnotationEditorController controller(
         image, *store, [&](const std::optional<QImage>&) { ++reports; },
-        [&](const QString& text, const QString&) { toasts << text; });
+        [&](const QString& text, const QString&, ToastCenter::Style style) {
+            toasts << text;
+            errors += style == ToastCenter::Style::Error;
+        });
     controller.saveBeside = SaveBeside{blocker, QStringLiteral("shot annotated")};
     controller.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(controller.window()));
@@ -327,6 +330,7 @@ TEST_F(ControllerTest, ASaveThatFailsSaysWhyAndKeepsTheWorkOpen) {
     EXPECT_TRUE(toasts.last().startsWith(QStringLiteral("Could not save: ")))
         << toasts.last().toStdString();
     EXPECT_GT(toasts.last().size(), 20);
+    EXPECT_EQ(errors, 1);
     EXPECT_EQ(reports, 0);
     EXPECT_TRUE(controller.hasUnsavedChanges());
     ASSERT_TRUE(controller.window());
