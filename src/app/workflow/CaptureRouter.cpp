@@ -165,22 +165,17 @@ void CaptureRouter::editFile(const QString& path) {
         m_report.status(QStringLiteral("Cannot open ") + QFileInfo(path).fileName());
         return;
     }
-    m_editors.open(image, [this, path](std::optional<QImage> edited) {
-        if (!edited)
-            return;
-        BackgroundExport::overwrite(
-            *edited, path, this, [this, path](const Result<QByteArray>& png) {
-                if (!png) {
-                    m_report.status(QStringLiteral("Could not save ") + QFileInfo(path).fileName());
-                    m_toasts.present(QStringLiteral("Could not save: ") + png.error().reason,
-                                     kFailedSymbol, ToastCenter::Style::Error);
-                    return;
-                }
-                m_sounds.play(SystemSound::Capture);
-                m_toasts.present(QStringLiteral("Saved"), kSavedSymbol);
-                m_report.libraryChanged();
-            });
-    });
+    // The edited picture goes into a new file beside the original, which stays as it was; the
+    // editor writes it (and says so) on Save and Done, so its report needs no handling here.
+    const QFileInfo original(path);
+    EditorWindows::FileSaving saving{
+        {original.absolutePath(), original.completeBaseName() + QStringLiteral(" annotated")},
+        [this](const QString& written) {
+            m_sounds.play(SystemSound::Capture);
+            m_report.status(QStringLiteral("Saved → ") + QFileInfo(written).fileName());
+            m_report.libraryChanged();
+        }};
+    m_editors.open(image, {}, std::move(saving));
 }
 
 } // namespace qm

@@ -14,8 +14,8 @@ EditorWindows::EditorWindows(SettingsStore& store, ToastCenter& toasts, QObject*
 
 EditorWindows::~EditorWindows() = default;
 
-void EditorWindows::open(const QImage& image,
-                         std::function<void(std::optional<QImage>)> onComplete) {
+void EditorWindows::open(const QImage& image, std::function<void(std::optional<QImage>)> onComplete,
+                         std::optional<FileSaving> saving) {
     // The report names its controller, which only exists once constructed.
     auto self = std::make_shared<AnnotationEditorController*>(nullptr);
     auto controller = std::make_unique<AnnotationEditorController>(
@@ -28,8 +28,14 @@ void EditorWindows::open(const QImage& image,
                 std::erase_if(m_controllers, [done](const auto& c) { return c.get() == done; });
             });
         },
-        [this](const QString& text, const QString& iconName) { m_toasts.present(text, iconName); });
+        [this](const QString& text, const QString& iconName, ToastCenter::Style style) {
+            m_toasts.present(text, iconName, style);
+        });
     *self = controller.get();
+    if (saving) {
+        controller->saveBeside = saving->beside;
+        controller->onSaved = std::move(saving->onSaved);
+    }
     AnnotationEditorController* raw = controller.get();
     m_controllers.push_back(std::move(controller));
     raw->show();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "editor/ui/AnnotationEditorController.h"
+
 #include <QImage>
 #include <QObject>
 #include <functional>
@@ -9,7 +11,6 @@
 
 namespace qm {
 
-class AnnotationEditorController;
 class SettingsStore;
 class ToastCenter;
 
@@ -20,9 +21,17 @@ public:
     EditorWindows(SettingsStore& store, ToastCenter& toasts, QObject* parent = nullptr);
     ~EditorWindows() override;
 
+    // For an image read from a file: Save writes a new file beside it, and `onSaved` hears
+    // of every file the editor writes.
+    struct FileSaving {
+        SaveBeside beside;
+        std::function<void(const QString& path)> onSaved;
+    };
+
     // Opens an editor on the image; onComplete gets the finished image, or nothing when the
     // window was closed.
-    void open(const QImage& image, std::function<void(std::optional<QImage>)> onComplete);
+    void open(const QImage& image, std::function<void(std::optional<QImage>)> onComplete,
+              std::optional<FileSaving> saving = std::nullopt);
     const std::vector<std::unique_ptr<AnnotationEditorController>>& controllers() const {
         return m_controllers;
     }

@@ -63,36 +63,49 @@ public:
     // Shapes, in tag order (std::variant::index()).
     struct Rectangle {
         QRectF rect;
+        bool operator==(const Rectangle&) const = default;
     };
     struct Ellipse {
         QRectF rect; // the oval's bounding box
+        bool operator==(const Ellipse&) const = default;
     };
     struct Arrow {
         QPointF start; // tail
         QPointF end;   // tip
+        bool operator==(const Arrow&) const = default;
     };
     struct Line {
         QPointF start;
         QPointF end;
+        bool operator==(const Line&) const = default;
     };
     struct Pen {
         QList<QPointF> points; // in drawing order
+        bool operator==(const Pen&) const = default;
     };
     struct Highlight {
         QList<QPointF> points;
+        bool operator==(const Highlight&) const = default;
     };
     struct Text {
-        QRectF frame; // its width is the wrapping width
+        // Covers the whole text once the document has fitted it (AnnotationDocument::
+        // setTextLayout). A text grows with what is typed and breaks lines only where the
+        // user does, until the user drags its width: from then on it wraps at that width.
+        QRectF frame;
         QString string;
         double fontSize = 28;
+        bool wrapsAtWidth = false;
+        bool operator==(const Text&) const = default;
     };
     struct Pixelate {
         QRectF rect;
+        bool operator==(const Pixelate&) const = default;
     };
     struct Step {
         QPointF center;
         qint64 number = 1; // 1-based
         double radius = 22;
+        bool operator==(const Step&) const = default;
     };
     using Shape =
         std::variant<Rectangle, Ellipse, Arrow, Line, Pen, Highlight, Text, Pixelate, Step>;
@@ -123,6 +136,9 @@ public:
 
     // Black or white, whichever reads better on `background`.
     static QColor contrastingTextColor(const QColor& background);
+
+    // Same id, shape and style.
+    bool operator==(const Annotation&) const = default;
 
 private:
     QUuid m_id;

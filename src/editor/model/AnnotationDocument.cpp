@@ -3,6 +3,7 @@
 #include "editor/model/Pixelation.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace qm {
 
@@ -42,14 +43,42 @@ const QImage& AnnotationDocument::pixelatedImage() const {
 
 // --- Annotations ---
 
+void AnnotationDocument::setTextLayout(TextLayout layout) {
+    m_textLayout = std::move(layout);
+    if (fitTexts())
+        Q_EMIT annotationsChanged();
+}
+
+bool AnnotationDocument::fitTexts() {
+    if (!m_textLayout)
+        return false;
+    bool changed = false;
+    for (qsizetype i = 0; i < m_annotations.size(); ++i) {
+        const auto* text = std::as_const(m_annotations)[i].as<Annotation::Text>();
+        if (!text)
+            continue;
+        const QRectF fitted = m_textLayout(*text);
+        if (fitted != text->frame) {
+            m_annotations[i].as<Annotation::Text>()->frame = fitted;
+            changed = true;
+        }
+    }
+    return changed;
+}
+
+void AnnotationDocument::annotationsEdited() {
+    fitTexts();
+    Q_EMIT annotationsChanged();
+}
+
 void AnnotationDocument::setAnnotations(const QList<Annotation>& annotations) {
     m_annotations = annotations;
-    Q_EMIT annotationsChanged();
+    annotationsEdited();
 }
 
 void AnnotationDocument::appendAnnotation(const Annotation& annotation) {
     m_annotations.append(annotation);
-    Q_EMIT annotationsChanged();
+    annotationsEdited();
 }
 
 bool AnnotationDocument::updateAnnotation(const QUuid& id,
@@ -58,7 +87,7 @@ bool AnnotationDocument::updateAnnotation(const QUuid& id,
     if (!index)
         return false;
     edit(m_annotations[*index]);
-    Q_EMIT annotationsChanged();
+    annotationsEdited();
     return true;
 }
 

@@ -39,6 +39,11 @@ public:
     double pixelationBlockSize() const;
 
     // --- Annotations (published) ---
+    // Where a text's string falls, in image pixels: given by whoever can measure type. From
+    // then on every text's frame is kept equal to it, so selecting, hit testing and handles
+    // cover the whole text. Without one, frames stay as they are set.
+    using TextLayout = std::function<QRectF(const Annotation::Text&)>;
+    void setTextLayout(TextLayout layout);
     const QList<Annotation>& annotations() const { return m_annotations; }
     // Direct edits; none takes an undo snapshot (call beginChange() first).
     void setAnnotations(const QList<Annotation>& annotations);
@@ -103,6 +108,9 @@ Q_SIGNALS:
 
 private:
     void replaceSelection(QSet<QUuid> ids);
+    // Fits every text's frame to its layout; true when one changed.
+    bool fitTexts();
+    void annotationsEdited();
     void restore(QList<Annotation> annotations);
     void renumberSteps();
     void setCropRect(const std::optional<QRectF>& rect);
@@ -110,6 +118,7 @@ private:
     QImage m_baseImage;
     QSize m_pixelSize;
     QList<Annotation> m_annotations;
+    TextLayout m_textLayout;
     QSet<QUuid> m_selection;
     std::optional<QUuid> m_recolorSnapshotID;
     std::optional<QUuid> m_editingTextID;

@@ -9,6 +9,15 @@ const QList<double>& ZoomState::zoomSteps() {
     return steps;
 }
 
+double ZoomState::crispFitPercent(double exactFit) {
+    // A hair of tolerance: a viewport a fraction of a point short still shows 50 % whole.
+    constexpr double slack = 0.01;
+    for (int n = 1; n <= 10; ++n)
+        if (100.0 / n <= exactFit + slack)
+            return 100.0 / n;
+    return exactFit;
+}
+
 void ZoomState::setZoomPercent(const std::optional<double>& percent) {
     if (m_zoomPercent == percent)
         return;

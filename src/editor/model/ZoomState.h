@@ -14,6 +14,11 @@ class ZoomState : public QObject {
 public:
     // Zoom steps in percent, smallest first.
     static const QList<double>& zoomSteps();
+    // The zoom to show an image at when `exactFit` percent would just fit it: full size when
+    // it fits, else the largest whole fraction that fits (50, 33⅓, 25, 20 … 10 %), so every
+    // screen pixel stands for a whole number of image pixels and nothing looks soft. Images
+    // too large even for 10 % get the exact fit.
+    static double crispFitPercent(double exactFit);
 
     using QObject::QObject;
 

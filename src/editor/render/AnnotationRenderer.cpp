@@ -18,7 +18,15 @@ namespace qm {
 
 namespace {
 
-constexpr int textFlags = Qt::TextWordWrap | Qt::AlignLeft | Qt::AlignTop;
+int textFlags(const Annotation::Text& text) {
+    return (text.wrapsAtWidth ? Qt::TextWordWrap : 0) | Qt::AlignLeft | Qt::AlignTop;
+}
+
+// Images measure type alike whatever their size; one stands in when no device is given.
+const QPaintDevice* measuringDevice(const QPaintDevice* device) {
+    static const QImage probe(1, 1, QImage::Format_ARGB32_Premultiplied);
+    return device ? device : &probe;
+}
 
 QPainterPath polylinePath(const QList<QPointF>& points) {
     QPainterPath path(points.first());
@@ -44,7 +52,7 @@ void drawText(QPainter& painter, const Annotation& a, const Annotation::Text& te
     }
     painter.setFont(AnnotationRenderer::textFont(fs, painter.device()));
     painter.setPen(a.textBackground ? Annotation::contrastingTextColor(a.color) : a.color);
-    painter.drawText(rect, textFlags, text.string);
+    painter.drawText(rect, textFlags(text), text.string);
 }
 
 void drawStep(QPainter& painter, const Annotation& a, const Annotation::Step& step) {
@@ -199,12 +207,19 @@ QFont AnnotationRenderer::textFont(double pixelSize, const QPaintDevice* device)
 }
 
 QRectF AnnotationRenderer::textRect(const Annotation::Text& text, const QPaintDevice* device) {
+    device = measuringDevice(device);
     const QFontMetricsF metrics(textFont(text.fontSize, device), device);
+    constexpr double unlimited = std::numeric_limits<int>::max() / 2;
+    const double width = text.wrapsAtWidth ? text.frame.width() : unlimited;
     const QRectF measured =
-        metrics.boundingRect(QRectF(0, 0, text.frame.width(), std::numeric_limits<int>::max() / 2),
-                             textFlags, text.string);
-    return QRectF(text.frame.x(), text.frame.y(), text.frame.width(),
-                  std::max(text.frame.height(), measured.height()));
+        metrics.boundingRect(QRectF(0, 0, width, unlimited), textFlags(text), text.string);
+    // An empty text still shows where typing goes: one line, a little wide.
+    const double height = std::max(measured.height(), metrics.height());
+    if (text.wrapsAtWidth)
+        return QRectF(text.frame.topLeft(),
+                      QSizeF(text.frame.width(), std::max(text.frame.height(), height)));
+    return QRectF(text.frame.topLeft(),
+                  QSizeF(std::max(std::ceil(measured.width()), 0.5 * text.fontSize), height));
 }
 
 QImage AnnotationRenderer::applyBackground(const QImage& image, const BackgroundStyle& style) {

@@ -40,8 +40,10 @@ public:
 
     // The semibold system font at `pixelSize` image pixels on `device` (which sets the DPI).
     static QFont textFont(double pixelSize, const QPaintDevice* device);
-    // The rect a text mark's string fills: its frame, grown downwards to the wrapped height.
-    static QRectF textRect(const Annotation::Text& text, const QPaintDevice* device);
+    // The rect a text mark's string fills, from the frame's top-left corner: as wide as its
+    // longest line, or, once the user has set a width, that width and the wrapped height.
+    // A null `device` measures as an image does (the export).
+    static QRectF textRect(const Annotation::Text& text, const QPaintDevice* device = nullptr);
 
     // The image on a gradient backdrop with `style.padding` around it, rounded corners and an
     // optional shadow. The result is (width + 2 padding) × (height + 2 padding).

@@ -28,6 +28,16 @@ void paintDocument(QPainter& painter, const AnnotationDocument& document, const 
     paintMarks(painter, document, skip);
 }
 
+QRect exportArea(const AnnotationDocument& document) {
+    const QRect whole(QPoint(0, 0), document.pixelSize());
+    if (const auto crop = document.cropRect()) {
+        const QRect r = crop->intersected(QRectF(whole)).toAlignedRect();
+        if (!r.isEmpty() && r != whole)
+            return r;
+    }
+    return whole;
+}
+
 QImage flatten(const AnnotationDocument& document, const std::optional<BackgroundStyle>& backdrop) {
     const QSize pixelSize = document.pixelSize();
     const int width = pixelSize.width(), height = pixelSize.height();
@@ -36,13 +46,7 @@ QImage flatten(const AnnotationDocument& document, const std::optional<Backgroun
     const QImage& base = document.cgBase();
     if (base.isNull())
         return document.baseImage();
-    const QRect whole(0, 0, width, height);
-    QRect area = whole;
-    if (const auto crop = document.cropRect()) {
-        const QRect r = crop->intersected(QRectF(whole)).toAlignedRect();
-        if (!r.isEmpty() && r != whole)
-            area = r;
-    }
+    const QRect area = exportArea(document);
     const auto paintOver = [&document](QPainter& painter) {
         painter.setRenderHint(QPainter::SmoothPixmapTransform);
         paintMarks(painter, document, {});

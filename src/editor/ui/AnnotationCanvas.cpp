@@ -88,6 +88,9 @@ AnnotationCanvas::AnnotationCanvas(EditorModel& model, QWidget* parent)
     , m_painter(new CanvasPainter(model, *this, m_transform))
     , m_textEditor(new CanvasTextEditor(model, *this, m_transform))
     , m_copier(new RegionTextCopier(model, this)) {
+    // Text frames follow their text, so selecting and hit testing cover all of it.
+    m_model.document().setTextLayout(
+        [](const Annotation::Text& text) { return AnnotationRenderer::textRect(text); });
     setAttribute(Qt::WA_OpaquePaintEvent);
     setMouseTracking(true);
     setFocusPolicy(Qt::ClickFocus);
@@ -98,8 +101,11 @@ AnnotationCanvas::AnnotationCanvas(EditorModel& model, QWidget* parent)
     const AnnotationDocument& document = m_model.document();
     connect(&document, &AnnotationDocument::annotationsChanged, this, repaint);
     connect(&document, &AnnotationDocument::selectedIDsChanged, this, repaint);
-    connect(&document, &AnnotationDocument::cropEditChanged, this, repaint);
-    connect(&document, &AnnotationDocument::cropRectChanged, this, repaint);
+    // The backdrop, the crop and entering crop mode change what the canvas shows.
+    connect(&document, &AnnotationDocument::cropEditChanged, this, &AnnotationCanvas::updateExtent);
+    connect(&document, &AnnotationDocument::cropRectChanged, this, &AnnotationCanvas::updateExtent);
+    connect(&m_model.backdrop(), &Backdrop::backgroundChanged, this,
+            &AnnotationCanvas::updateExtent);
     connect(&m_model, &EditorModel::ocrSelectingChanged, this, [this] {
         updateCursor(mapFromGlobal(QCursor::pos()));
         update();
@@ -108,8 +114,10 @@ AnnotationCanvas::AnnotationCanvas(EditorModel& model, QWidget* parent)
         // A drag with the old tool ends here, leaving nothing half done behind.
         m_gesture = Idle{};
         updateCursor(mapFromGlobal(QCursor::pos()));
+        updateExtent();
         update();
     });
+    m_transform.origin = canvas::shownExtent(m_model).topLeft();
 }
 
 AnnotationCanvas::~AnnotationCanvas() = default;
@@ -133,8 +141,19 @@ void AnnotationCanvas::setMargins(double margin, double bottomExtra) {
     update();
 }
 
+void AnnotationCanvas::updateExtent() {
+    const QRectF extent = canvas::shownExtent(m_model);
+    if (extent.topLeft() != m_transform.origin || documentSize(m_transform.scale) != size()) {
+        m_transform.origin = extent.topLeft();
+        resize(documentSize(m_transform.scale));
+        m_textEditor->sync();
+        Q_EMIT extentChanged();
+    }
+    update();
+}
+
 QSize AnnotationCanvas::documentSize(double scale) const {
-    const QSizeF image = QSizeF(m_model.pixelSize()) * scale;
+    const QSizeF image = canvas::shownExtent(m_model).size() * scale;
     const double margin = m_transform.margin;
     return QSize(int(std::ceil(image.width() + 2 * margin)),
                  int(std::ceil(image.height() + 2 * margin + m_bottomExtra)));

@@ -19,8 +19,8 @@ class RegionTextCopier;
 // the document: drawing with the active tool, selecting, moving, resizing, dragging end
 // points, placing text and step badges, editing the crop frame and picking a region to copy
 // text from. One gesture runs at a time (canvas::Gesture); drawing, typing and reading text
-// are done by the helpers it owns. The widget is the whole scrollable document: the image at
-// `scale`, with `margin` around it and `bottomExtra` below.
+// are done by the helpers it owns. The widget is the whole scrollable document: the image (on
+// its backdrop, when there is one) at `scale`, with `margin` around it and `bottomExtra` below.
 class AnnotationCanvas : public QWidget {
     Q_OBJECT
 
@@ -60,6 +60,8 @@ public:
     void endTextEditing();
 
 Q_SIGNALS:
+    // What the canvas shows changed size: a backdrop came or went, or the crop changed.
+    void extentChanged();
     // A copy-text-from-region run finished; `found` is false when nothing was read.
     void textCopied(bool found);
     // capsuleText() changed.
@@ -82,6 +84,7 @@ private:
     void commitDraft(const Annotation& draft);
     void updateCursor(QPointF widgetPoint);
     void scheduleRepaint(const QRectF& imageRect);
+    void updateExtent();
 
     EditorModel& m_model;
     canvas::CanvasTransform m_transform;

@@ -30,10 +30,20 @@ AnnotationEditorView::AnnotationEditorView(EditorModel& model, QWidget* parent)
     divider->setFrameShape(QFrame::HLine);
     divider->setFixedHeight(1);
     divider->setStyleSheet(QStringLiteral("background: rgba(127,127,127,0.30); border: none;"));
+    m_divider = divider;
     m_scrollView = new CanvasScrollView(model, this);
     layout->addWidget(m_toolbar);
-    layout->addWidget(divider);
+    layout->addWidget(m_divider);
     layout->addWidget(m_scrollView, 1);
+}
+
+double AnnotationEditorView::marginRoom() const {
+    return 2 * CanvasScrollView::fixedMargin;
+}
+
+double AnnotationEditorView::chromeHeight() const {
+    return m_toolbar->sizeHint().height() + m_divider->minimumHeight() +
+           m_scrollView->stripHeight();
 }
 
 AnnotationCanvas* AnnotationEditorView::canvas() const {

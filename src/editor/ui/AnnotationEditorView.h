@@ -27,6 +27,10 @@ public:
     CanvasScrollView* scrollView() const { return m_scrollView; }
     AnnotationCanvas* canvas() const;
     EditorKeyHandler* keyHandler() const { return m_keyHandler; }
+    // Room the view takes beyond the image at full size: the margins around it, and the
+    // toolbar, divider and zoom strip above and below.
+    double marginRoom() const;
+    double chromeHeight() const;
 
     // Installs the key handler for the window the view is in (call once it is in one).
     void attachKeyHandler(QWidget& window);
@@ -34,6 +38,7 @@ public:
 private:
     EditorModel& m_model;
     EditorToolbar* m_toolbar = nullptr;
+    QWidget* m_divider = nullptr;
     CanvasScrollView* m_scrollView = nullptr;
     EditorKeyHandler* m_keyHandler = nullptr;
 };

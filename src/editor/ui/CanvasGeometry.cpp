@@ -108,8 +108,11 @@ void setRect(Annotation& a, const QRectF& rect) {
         e->rect = rect;
     else if (auto* p = a.as<Annotation::Pixelate>())
         p->rect = rect;
-    else if (auto* t = a.as<Annotation::Text>())
+    else if (auto* t = a.as<Annotation::Text>()) {
+        // A width the user drags is the width the text wraps at from now on.
         t->frame = rect;
+        t->wrapsAtWidth = true;
+    }
 }
 
 QPointF separated(QPointF anchor, QPointF p, QPointF previous) {

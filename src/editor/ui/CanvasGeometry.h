@@ -12,16 +12,18 @@
 namespace qm::canvas {
 
 // Image pixels to canvas widget points and back: the image drawn at `scale` (screen points per
-// image pixel), `margin` points in from the widget's top-left corner.
+// image pixel), its point `origin` `margin` points in from the widget's top-left corner. The
+// origin is the image's corner, or the corner of the backdrop around it.
 struct CanvasTransform {
     double scale = 1;
     double margin = 0;
+    QPointF origin;
 
     QPointF toImage(QPointF widgetPoint) const {
-        return (widgetPoint - QPointF(margin, margin)) / scale;
+        return (widgetPoint - QPointF(margin, margin)) / scale + origin;
     }
     QPointF toWidget(QPointF imagePoint) const {
-        return imagePoint * scale + QPointF(margin, margin);
+        return (imagePoint - origin) * scale + QPointF(margin, margin);
     }
     QRectF toWidget(const QRectF& imageRect) const {
         return QRectF(toWidget(imageRect.topLeft()), imageRect.size() * scale);
@@ -52,6 +54,7 @@ std::optional<std::pair<QPointF, QPointF>> editableEnds(const Annotation& annota
 void setEnds(Annotation& annotation, QPointF start, QPointF end);
 // The rect of rect-like marks (rectangle, ellipse, pixelate, text frame).
 std::optional<QRectF> editableRect(const Annotation& annotation);
+// A text given a rect wraps at its width from then on.
 void setRect(Annotation& annotation, const QRectF& rect);
 // Keeps `p` at least 12 pixels from `anchor`, in the direction it came from.
 QPointF separated(QPointF anchor, QPointF p, QPointF previous);

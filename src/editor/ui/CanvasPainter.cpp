@@ -2,6 +2,7 @@
 
 #include "editor/model/EditorModel.h"
 #include "editor/render/AnnotationRenderer.h"
+#include "editor/render/Flatten.h"
 
 #include <QPainter>
 #include <QPainterPath>
@@ -18,6 +19,23 @@ namespace {
 const QColor accent(10, 132, 255);
 
 } // namespace
+
+std::optional<BackgroundStyle> canvas::shownBackdrop(const EditorModel& model) {
+    if (model.tool() == AnnotationTool::Crop && model.document().cropEdit())
+        return std::nullopt;
+    return model.backdrop().background();
+}
+
+QRectF canvas::shownExtent(const EditorModel& model) {
+    const auto backdrop = shownBackdrop(model);
+    if (!backdrop)
+        return QRectF(QPointF(0, 0), QSizeF(model.pixelSize()));
+    const QRect area = exportArea(model.document());
+    const double p = backdrop->padding;
+    // The export's own size rule: whole pixels of the padded area.
+    return QRectF(area.topLeft() - QPointF(p, p),
+                  QSizeF(std::trunc(area.width() + 2 * p), std::trunc(area.height() + 2 * p)));
+}
 
 CanvasPainter::CanvasPainter(const EditorModel& model, QWidget& canvas,
                              const canvas::CanvasTransform& transform)
@@ -48,6 +66,16 @@ void CanvasPainter::makeScaledBase() {
     m_canvas.update();
 }
 
+const QImage& CanvasPainter::backdropLayer(const BackgroundStyle& style, const QRect& area) {
+    if (!m_backdropKey || m_backdropKey->first != style || m_backdropKey->second != area) {
+        QImage hole(area.size(), QImage::Format_RGB32);
+        hole.fill(Qt::black);
+        m_backdrop = AnnotationRenderer::applyBackground(hole, style);
+        m_backdropKey = std::pair(style, area);
+    }
+    return m_backdrop;
+}
+
 void CanvasPainter::paint(QPainter& painter, const QRect& dirty, const canvas::Gesture& gesture,
                           const std::optional<QUuid>& editingText) {
     // The viewport behind the canvas sets this colour, so margins and viewport match.
@@ -55,11 +83,29 @@ void CanvasPainter::paint(QPainter& painter, const QRect& dirty, const canvas::G
 
     const QRectF imageRect =
         m_transform.toWidget(QRectF(QPointF(0, 0), QSizeF(m_model.pixelSize())));
-    // A soft edge lifts the capture off the background.
+    painter.save();
     painter.setPen(Qt::NoPen);
-    for (int i = 6; i >= 1; --i) {
-        painter.setBrush(QColor(0, 0, 0, 7 + 3 * (6 - i)));
-        painter.drawRect(imageRect.adjusted(-i, -i + 2, i, i + 2));
+    if (const auto backdrop = canvas::shownBackdrop(m_model)) {
+        // The backdrop as the export paints it; the capture and its marks show only inside
+        // the rounded corners of the part the export keeps.
+        const QRect area = exportArea(m_model.document());
+        const QImage& layer = backdropLayer(*backdrop, area);
+        const double p = backdrop->padding;
+        painter.setRenderHint(QPainter::SmoothPixmapTransform, m_transform.scale != 1);
+        painter.drawImage(
+            m_transform.toWidget(QRectF(QPointF(area.topLeft()) - QPointF(p, p), layer.size())),
+            layer);
+        QPainterPath kept;
+        const double radius = backdrop->cornerRadius * m_transform.scale;
+        kept.addRoundedRect(m_transform.toWidget(QRectF(area)), radius, radius);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setClipPath(kept);
+    } else {
+        // A soft edge lifts the capture off the background.
+        for (int i = 6; i >= 1; --i) {
+            painter.setBrush(QColor(0, 0, 0, 7 + 3 * (6 - i)));
+            painter.drawRect(imageRect.adjusted(-i, -i + 2, i, i + 2));
+        }
     }
     const bool reduced = m_transform.scale * m_canvas.devicePixelRatioF() < 1;
     if (reduced && m_scaledBaseScale == m_transform.scale) {
@@ -81,9 +127,10 @@ void CanvasPainter::paint(QPainter& painter, const QRect& dirty, const canvas::G
     }
 
     painter.save();
-    painter.setClipRect(imageRect.intersected(QRectF(dirty)));
+    painter.setClipRect(imageRect.intersected(QRectF(dirty)), Qt::IntersectClip);
     painter.translate(m_transform.margin, m_transform.margin);
     painter.scale(m_transform.scale, m_transform.scale);
+    painter.translate(-m_transform.origin);
     painter.setRenderHint(QPainter::SmoothPixmapTransform, m_transform.scale < 2);
     const QList<Annotation>& marks = m_model.document().annotations();
     const bool anyPixelate = std::any_of(marks.cbegin(), marks.cend(), [](const Annotation& a) {
@@ -113,6 +160,7 @@ void CanvasPainter::paint(QPainter& painter, const QRect& dirty, const canvas::G
             AnnotationRenderer::draw(painter, drawing->draft);
     }
     painter.restore();
+    painter.restore();
 
     paintOverlays(painter, gesture, editingText);
 }
@@ -123,7 +171,9 @@ void CanvasPainter::paintOverlays(QPainter& painter, const canvas::Gesture& gest
     if (m_model.document().cropEdit() && m_model.tool() == AnnotationTool::Crop) {
         drawCropFrame(painter, m_model.document().cropEdit()->normalized(),
                       std::holds_alternative<canvas::EditCrop>(gesture));
-    } else if (const auto crop = m_model.document().cropRect()) {
+    } else if (const auto crop = m_model.document().cropRect();
+               crop && !canvas::shownBackdrop(m_model)) {
+        // (On a backdrop the cropped-away part is not shown at all, as in the export.)
         // What the crop leaves out fades into the background, so the kept part reads at once.
         QPainterPath outside;
         outside.addRect(m_transform.toWidget(QRectF(QPointF(0, 0), QSizeF(m_model.pixelSize()))));

@@ -1,9 +1,12 @@
 #pragma once
 
+#include "editor/model/Annotation.h"
 #include "editor/ui/CanvasGesture.h"
 
+#include <QImage>
 #include <QObject>
 #include <QPixmap>
+#include <QRect>
 #include <QTimer>
 #include <QUuid>
 #include <optional>
@@ -15,9 +18,18 @@ namespace qm {
 
 class EditorModel;
 
-// Draws the canvas: the capture (from a smoothly reduced copy once a zoom-out settles), every
-// mark through the export's renderer, and the overlays: crop frame or veil, selection and
-// handles, the running gesture's draft, marquee or region, and size badges.
+namespace canvas {
+// The backdrop the canvas shows: the export's, except while the crop frame is edited, when
+// the whole capture shows without it.
+std::optional<BackgroundStyle> shownBackdrop(const EditorModel& model);
+// What the canvas shows, in image pixels: the capture, or the exported part on its backdrop.
+QRectF shownExtent(const EditorModel& model);
+} // namespace canvas
+
+// Draws the canvas: the backdrop as the export draws it, the capture (from a smoothly reduced
+// copy once a zoom-out settles), every mark through the export's renderer, and the overlays: crop
+// frame or veil, selection and handles, the running gesture's draft, marquee or region, and size
+// badges.
 class CanvasPainter : public QObject {
     Q_OBJECT
 
@@ -33,6 +45,9 @@ public:
 
 private:
     void makeScaledBase();
+    // The backdrop around `area` exactly as the export paints it, with black where the
+    // capture goes; made again only when the style or the area changes.
+    const QImage& backdropLayer(const BackgroundStyle& style, const QRect& area);
     void paintOverlays(QPainter& painter, const canvas::Gesture& gesture,
                        const std::optional<QUuid>& editingText);
     void drawSelection(QPainter& painter, const std::optional<QUuid>& editingText);
@@ -47,6 +62,8 @@ private:
     QPixmap m_scaledBase;
     double m_scaledBaseScale = 0;
     QTimer m_scaledBaseTimer;
+    QImage m_backdrop;
+    std::optional<std::pair<BackgroundStyle, QRect>> m_backdropKey;
 };
 
 } // namespace qm

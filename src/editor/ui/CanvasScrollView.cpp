@@ -2,6 +2,7 @@
 
 #include "editor/model/EditorModel.h"
 #include "editor/ui/AnnotationCanvas.h"
+#include "editor/ui/CanvasPainter.h"
 #include "ui/Icons.h"
 
 #include <QApplication>
@@ -206,6 +207,11 @@ void CapsuleLabel::paintEvent(QPaintEvent*) {
 
 // --- Scroll view ---
 
+namespace {
+// Space above and below the zoom bar in its strip (points).
+constexpr int zoomBarGap = 6;
+} // namespace
+
 CanvasScrollView::CanvasScrollView(EditorModel& model, QWidget* parent)
     : QScrollArea(parent)
     , m_model(model) {
@@ -213,20 +219,27 @@ CanvasScrollView::CanvasScrollView(EditorModel& model, QWidget* parent)
     setAlignment(Qt::AlignCenter);
     setWidgetResizable(false);
     m_canvas = new AnnotationCanvas(model);
-    m_canvas->setMargins(fixedMargin, fixedBottomExtra);
+    m_canvas->setMargins(fixedMargin, 0);
     setWidget(m_canvas);
     QPalette p = viewport()->palette();
     p.setColor(QPalette::Window, palette().color(QPalette::Window).darker(112));
     viewport()->setPalette(p);
     viewport()->setAutoFillBackground(true);
 
+    // The strip below the viewport, in the viewport's colour, holds the zoom bar.
+    setPalette(viewport()->palette());
+    setAutoFillBackground(true);
+
     m_hand = new HandToolOverlay(*this, model);
     m_zoomBar = new ZoomBar(model, this);
+    setViewportMargins(0, 0, 0, m_zoomBar->sizeHint().height() + 2 * zoomBarGap);
     m_capsule = new CapsuleLabel(this);
     m_capsule->hide();
 
     connect(&m_model.zoom(), &ZoomState::zoomPercentChanged, this, &CanvasScrollView::applyScale);
     connect(&m_model.zoom(), &ZoomState::fitPercentChanged, this, &CanvasScrollView::applyScale);
+    connect(m_canvas, &AnnotationCanvas::extentChanged, this,
+            [this] { m_model.zoom().setFitPercent(computeFitPercent()); });
     connect(&m_model.zoom(), &ZoomState::handToolActiveChanged, this,
             [this] { m_hand->setActive(m_model.zoom().handToolActive()); });
     connect(m_canvas, &AnnotationCanvas::capsuleChanged, this, [this] {
@@ -273,14 +286,14 @@ CanvasScrollView::ZoomAnchor CanvasScrollView::anchorAt(QPointF viewportPoint) c
 }
 
 double CanvasScrollView::computeFitPercent() const {
-    const QSize image = m_model.pixelSize();
+    const QSizeF image = canvas::shownExtent(m_model).size();
     if (image.isEmpty())
         return 100;
     const QSize room = maximumViewportSize();
     const double w = room.width() - 2 * fixedMargin;
-    const double h = room.height() - 2 * fixedMargin - fixedBottomExtra;
+    const double h = room.height() - 2 * fixedMargin;
     const double fit = std::min(w / image.width(), h / image.height()) * 100;
-    return std::clamp(fit, 1.0, 100.0);
+    return ZoomState::crispFitPercent(std::clamp(fit, 1.0, 100.0));
 }
 
 void CanvasScrollView::applyScale() {
@@ -323,7 +336,7 @@ void CanvasScrollView::layoutOverlays() {
     m_hand->setGeometry(vp);
     m_zoomBar->adjustSize();
     const QSize bar = m_zoomBar->sizeHint();
-    m_zoomBar->setGeometry(vp.center().x() - bar.width() / 2, vp.bottom() - bar.height() - 10,
+    m_zoomBar->setGeometry(vp.center().x() - bar.width() / 2, vp.bottom() + 1 + zoomBarGap,
                            bar.width(), bar.height());
     m_zoomBar->raise();
     if (m_capsule->isVisible()) {

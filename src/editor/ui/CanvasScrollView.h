@@ -37,8 +37,8 @@ private:
     QPointer<QWidget> m_focusBeforeActivation;
 };
 
-// The zoom controls floating over the bottom of the canvas: zoom out, the current percentage,
-// zoom in, "100%" (Ctrl+1) and "Fit" (Ctrl+0).
+// The zoom controls in a strip below the canvas, so they never cover the image: zoom out, the
+// current percentage, zoom in, "100%" (Ctrl+1) and "Fit" (Ctrl+0).
 class ZoomBar : public QWidget {
     Q_OBJECT
 
@@ -75,19 +75,20 @@ private:
 
 // The scrolling viewport around the canvas: zooms about the pointer with Ctrl+wheel, keeps an
 // image smaller than the viewport centred, reports the fit zoom to the model, and pans with the
-// hand tool.
+// hand tool. The zoom bar sits in a strip of its own below the viewport.
 class CanvasScrollView : public QScrollArea {
     Q_OBJECT
 
 public:
-    // Empty room around the image, and the extra room below it for the zoom bar (points).
+    // Empty room around the image (points).
     static constexpr double fixedMargin = 28;
-    static constexpr double fixedBottomExtra = 48;
 
     explicit CanvasScrollView(EditorModel& model, QWidget* parent = nullptr);
 
     AnnotationCanvas* canvas() const { return m_canvas; }
     ZoomBar* zoomBar() const { return m_zoomBar; }
+    // Height of the strip below the viewport that holds the zoom bar.
+    int stripHeight() const { return viewportMargins().bottom(); }
     HandToolOverlay* handOverlay() const { return m_hand; }
 
     // The exponent of one wheel event's zoom factor: line deltas (a wheel notch is 1 line)
@@ -95,7 +96,8 @@ public:
     static double wheelZoomExponent(QPoint angleDelta, QPoint pixelDelta);
     // Zooms by `factor` keeping the document point under `viewportPoint` where it is.
     void zoomBy(double factor, QPointF viewportPoint);
-    // The zoom (percent) at which the whole image fits the viewport; small images stay at 100.
+    // The zoom (percent) at which the whole image fits the viewport: 100 for images that fit,
+    // else a crisp fraction (ZoomState::crispFitPercent).
     double computeFitPercent() const;
 
 protected:

@@ -6,6 +6,7 @@
 #include <QFocusEvent>
 #include <QKeyEvent>
 #include <QPlainTextEdit>
+#include <QScrollBar>
 #include <QTextDocument>
 #include <algorithm>
 #include <functional>
@@ -90,10 +91,10 @@ void CanvasTextEditor::click(QPointF at) {
         begin(*hit);
         return;
     }
-    const double width = std::max(0.2 * m_model.pixelSize().width(), 200.0);
+    // The box grows as the text is typed; it wraps only once the user drags its width.
     const double fontSize = m_model.styles().textFontSize();
     Annotation text(
-        Annotation::Text{QRectF(at.x(), at.y(), width, 1.6 * fontSize), QString(), fontSize},
+        Annotation::Text{QRectF(at.x(), at.y(), 0, 1.6 * fontSize), QString(), fontSize},
         m_model.color(), m_model.lineWidth(), m_model.styles().textHasBackground());
     m_model.document().beginChange();
     m_model.document().appendAnnotation(text);
@@ -166,13 +167,18 @@ void CanvasTextEditor::sync() {
     palette.setColor(QPalette::Text, ink);
     palette.setColor(QPalette::Base, Qt::transparent);
     m_field->setPalette(palette);
+    m_field->setLineWrapMode(text->wrapsAtWidth ? QPlainTextEdit::WidgetWidth
+                                                : QPlainTextEdit::NoWrap);
     if (m_field->toPlainText() != text->string)
         m_field->setPlainText(text->string);
-    // A little room below for the caret on a new empty line.
+    // A little room below for the caret on a new empty line, and to the right for the next
+    // letter of a growing text, so the field never scrolls before it is widened.
     const QRectF r = m_transform.toWidget(AnnotationRenderer::textRect(*text, &m_canvas));
     const double line = QFontMetricsF(font).lineSpacing();
+    const double room = text->wrapsAtWidth ? 2 : line;
     m_field->setGeometry(
-        QRectF(r.topLeft(), QSizeF(r.width() + 2, r.height() + line * 0.2)).toAlignedRect());
+        QRectF(r.topLeft(), QSizeF(r.width() + room, r.height() + line * 0.2)).toAlignedRect());
+    m_field->horizontalScrollBar()->setValue(0);
     m_syncing = false;
     m_canvas.update();
 }

@@ -164,7 +164,9 @@ EditorToolbar::EditorToolbar(EditorModel& model, QWidget* parent)
     fromSelection->setToolTip(tr("Drag over text…"));
     connect(fromSelection, &QAction::triggered, this, &EditorToolbar::copyTextFromSelection);
     m_copyText->setMenu(textMenu);
-    m_copyImage = makeButton(QStringLiteral("edit-copy"), tr("Copy the finished image"));
+    m_copyImage = makeButton(QStringLiteral("edit-copy"), tr("Copy the finished image (Ctrl+C)"));
+    // While text is typed, Ctrl+C copies the selected letters instead: the field claims it.
+    m_copyImage->setShortcut(QKeySequence::Copy);
     connect(m_copyImage, &QToolButton::clicked, this, [this] {
         if (onCopy)
             onCopy();

@@ -420,6 +420,17 @@ TEST_F(EditorModelTest, CropCommitClampsAndDropsSliversAndWholeImage) {
     EXPECT_FALSE(m->document().cropRect());
 }
 
+TEST(ZoomState, FitsAtFullSizeOrAWholeFractionNeverInBetween) {
+    EXPECT_EQ(ZoomState::crispFitPercent(100), 100);
+    EXPECT_EQ(ZoomState::crispFitPercent(99.99), 100); // rounding of the viewport's size
+    EXPECT_EQ(ZoomState::crispFitPercent(96), 50);
+    EXPECT_DOUBLE_EQ(ZoomState::crispFitPercent(49), 100.0 / 3);
+    EXPECT_EQ(ZoomState::crispFitPercent(33), 25);
+    EXPECT_EQ(ZoomState::crispFitPercent(24.9), 20);
+    EXPECT_EQ(ZoomState::crispFitPercent(10.5), 10);
+    EXPECT_EQ(ZoomState::crispFitPercent(4), 4); // too large for any step: fits exactly
+}
+
 TEST_F(EditorModelTest, ZoomStepsAroundTheFitAndTheEnds) {
     auto m = makeModel();
     const auto zoomInFrom = [&](double current) {

@@ -178,10 +178,16 @@ TEST_F(RenderTest, ChipTextContrastsWithTheChip) {
     EXPECT_GE(blueLo, luminance(qRgb(20, 30, 110)) - 1); // nothing darker than the chip
 }
 
-TEST_F(RenderTest, TextWrapsByWordsAndGrowsDownwards) {
-    const Annotation::Text text{
+TEST_F(RenderTest, TextStaysOneLineUntilGivenAWidthThenWrapsByWordsAndGrowsDownwards) {
+    Annotation::Text text{
         {10, 10, 160, 20}, QStringLiteral("several words that cannot fit on one line"), 30};
     QImage probe(10, 10, QImage::Format_ARGB32_Premultiplied);
+    const QRectF line = AnnotationRenderer::textRect(text, &probe);
+    EXPECT_EQ(line.topLeft(), QPointF(10, 10));
+    EXPECT_GT(line.width(), 400); // as long as the words
+    EXPECT_LT(line.height(), 2 * 30);
+
+    text.wrapsAtWidth = true;
     const QRectF rect = AnnotationRenderer::textRect(text, &probe);
     EXPECT_EQ(rect.topLeft(), QPointF(10, 10));
     EXPECT_EQ(rect.width(), 160);
