@@ -1,5 +1,6 @@
 #include "base/ImageExport.h"
 
+#include "ScratchMount.h"
 #include "TestSupport.h"
 #include "base/BackgroundExport.h"
 #include "base/SafeWrite.h"
@@ -18,6 +19,8 @@
 using namespace qm;
 
 namespace {
+
+using test::ScratchMount;
 
 QImage solid(int w, int h, QColor c) {
     QImage image(w, h, QImage::Format_RGB32);
@@ -42,27 +45,6 @@ TEST(ImageExportNaming, TwoDigitTwentyFourHourTimestamps) {
 
 // A small file system of its own for the test (we run as root here and in CI); nothing
 // when mounting is refused.
-class ScratchMount {
-public:
-    explicit ScratchMount(const QString& options) {
-        QDir().mkpath(m_dir.path());
-        m_mounted = test::run(QStringLiteral("mount"),
-                              {QStringLiteral("-t"), QStringLiteral("tmpfs"), QStringLiteral("-o"),
-                               options, QStringLiteral("tmpfs"), m_dir.path()})
-                        .exitCode == 0;
-    }
-    ~ScratchMount() {
-        if (m_mounted)
-            test::run(QStringLiteral("umount"), {m_dir.path()});
-    }
-    bool ok() const { return m_mounted; }
-    QString path() const { return m_dir.path(); }
-
-private:
-    QTemporaryDir m_dir;
-    bool m_mounted = false;
-};
-
 QStringList everything(const QString& folder) {
     return QDir(folder).entryList(QDir::Files | QDir::Hidden, QDir::Name);
 }

@@ -1,5 +1,6 @@
 #include "base/SettingsStore.h"
 
+#include "ScratchMount.h"
 #include "TestSupport.h"
 #include "base/Preferences.h"
 
@@ -15,6 +16,8 @@
 using namespace qm;
 
 namespace {
+
+using test::ScratchMount;
 
 QByteArray contents(const QString& path) {
     QFile f(path);
@@ -36,30 +39,6 @@ void turn(IniSettingsStore& store) {
 
 // A small file system of its own that can be made read-only (we run as root here and in CI,
 // and root writes into any folder whatever its mode); not mounted when refused.
-class ScratchMount {
-public:
-    ScratchMount() { m_mounted = mount(QStringLiteral("size=64k")); }
-    ~ScratchMount() {
-        if (m_mounted)
-            test::run(QStringLiteral("umount"), {m_dir.path()});
-    }
-    bool ok() const { return m_mounted; }
-    QString filePath(const QString& name) const { return m_dir.filePath(name); }
-    bool setReadOnly(bool readOnly) {
-        return mount(readOnly ? QStringLiteral("remount,ro") : QStringLiteral("remount,rw"));
-    }
-
-private:
-    bool mount(const QString& options) {
-        return test::run(QStringLiteral("mount"),
-                         {QStringLiteral("-t"), QStringLiteral("tmpfs"), QStringLiteral("-o"),
-                          options, QStringLiteral("tmpfs"), m_dir.path()})
-                   .exitCode == 0;
-    }
-    QTemporaryDir m_dir;
-    bool m_mounted = false;
-};
-
 class SettingsStoreTest : public ::testing::Test {
 protected:
     QTemporaryDir dir;
@@ -144,7 +123,7 @@ TEST_F(SettingsStoreTest,
         GTEST_SKIP() << "mounting a small tmpfs was refused (needs root)";
     const QString file = folder.filePath(QStringLiteral("Quillmark.conf"));
     auto makeReadOnly = [&](bool readOnly) { return folder.setReadOnly(readOnly); };
-    const QString why = QStringLiteral("the disk is read-only");
+    const QString why = folder.path() + QStringLiteral(" is read-only");
 
     put(file, "[General]\ngif.fps=20\n");
     ASSERT_TRUE(makeReadOnly(true));

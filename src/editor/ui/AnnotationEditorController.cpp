@@ -234,14 +234,14 @@ void AnnotationEditorController::write(std::optional<QString> path, std::functio
                 const Result<QString> written = watcher->result();
                 if (!written) {
                     if (m_onToast)
-                        m_onToast(tr("Could not save: %1").arg(written.error().reason),
+                        m_onToast(tr("Not saved: %1").arg(written.error().reason),
                                   QStringLiteral("dialog-warning"), ToastCenter::Style::Error);
                     return;
                 }
                 m_savedPath = *written;
                 m_savedState = state;
                 if (m_onToast)
-                    m_onToast(tr("Saved as %1").arg(QFileInfo(*written).fileName()),
+                    m_onToast(tr("Saved “%1”").arg(QFileInfo(*written).fileName()),
                               QStringLiteral("document-save"), ToastCenter::Style::Plain);
                 // Copies, and a guard: the receiver may end this controller.
                 const SavedCallback saved = onSaved;

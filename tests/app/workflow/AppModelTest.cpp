@@ -1,6 +1,7 @@
 #include "app/workflow/AppModel.h"
 
 #include "FakeCaptureBackend.h"
+#include "ScratchMount.h"
 #include "TestSupport.h"
 #include "app/BackendChoice.h"
 #include "app/shell/TrayController.h"
@@ -40,6 +41,8 @@ using namespace qm;
 
 namespace {
 
+using test::ScratchMount;
+
 // Notes which sounds were asked for; the sound system itself is tested on its own.
 class HeardSounds : public SoundPlayer {
 public:
@@ -48,36 +51,6 @@ public:
 };
 
 // A small file system of its own (we run as root here and in CI); not mounted when refused.
-class ScratchMount {
-public:
-    explicit ScratchMount(const QString& options) {
-        m_mounted = test::run(QStringLiteral("mount"),
-                              {QStringLiteral("-t"), QStringLiteral("tmpfs"), QStringLiteral("-o"),
-                               options, QStringLiteral("tmpfs"), m_dir.path()})
-                        .exitCode == 0;
-    }
-    ~ScratchMount() {
-        if (m_mounted)
-            test::run(QStringLiteral("umount"), {m_dir.path()});
-    }
-    bool ok() const { return m_mounted; }
-    QString path() const { return m_dir.path(); }
-    // Takes every free byte, leaving a folder to save into.
-    QString fill() const {
-        const QString folder = QDir(m_dir.path()).filePath(QStringLiteral("Shots"));
-        QDir().mkpath(folder);
-        QFile filler(QDir(m_dir.path()).filePath(QStringLiteral("filler")));
-        if (filler.open(QIODevice::WriteOnly))
-            while (filler.write(QByteArray(4096, 'x')) == 4096 && filler.flush()) {
-            }
-        return folder;
-    }
-
-private:
-    QTemporaryDir m_dir;
-    bool m_mounted = false;
-};
-
 class AppModelTest : public ::testing::Test {
 protected:
     QTemporaryDir dir;
@@ -179,19 +152,24 @@ TEST_F(AppModelTest, WithTheEditorOnTheEditedImageIsWhatGetsSaved) {
     EXPECT_GT(QImage(*model->lastSavedURL()).width(), 1280);
 }
 
-TEST_F(AppModelTest, EditingASavedCaptureWritesItBack) {
+TEST_F(AppModelTest, EditingASavedCaptureSavesANewFileBesideItAndKeepsTheOriginal) {
     QImage original(200, 100, QImage::Format_RGB32);
     original.fill(Qt::white);
     const auto path =
         ImageExport::savePNG(original, QStringLiteral("Quillmark"), prefs.outputDirectory());
     ASSERT_TRUE(path);
+    const QByteArray before = contents(*path);
     model->openEditor(*path);
     ASSERT_EQ(model->editorControllers().size(), 1u);
     model->editorControllers().front()->model().backdrop().setBackground(BackgroundStyle{});
-    model->editorControllers().front()->complete(true);
+    model->editorControllers().front()->save();
     ASSERT_TRUE(test::waitUntil([&] { return model->libraryRevision() == 1; }));
-    EXPECT_GT(QImage(*path).width(), 200);
-    EXPECT_EQ(toastText(), QStringLiteral("Saved"));
+    const QFileInfo info(*path);
+    const QString annotated =
+        info.absoluteDir().filePath(info.completeBaseName() + QStringLiteral(" annotated.png"));
+    EXPECT_GT(QImage(annotated).width(), 200);
+    EXPECT_EQ(contents(*path), before); // the plain capture stays as it was
+    EXPECT_EQ(toastText(), QStringLiteral("Saved “%1”").arg(QFileInfo(annotated).fileName()));
     EXPECT_EQ(sounds.heard, std::vector<SystemSound>{SystemSound::Capture});
 }
 
@@ -397,11 +375,12 @@ TEST_F(AppModelTest, TheTrayMenuFollowsTheModel) {
     QStringList opened;
     TrayController tray(*model, prefs, [&](const QString& path) { opened << path; });
     tray.rebuildMenu();
-    EXPECT_EQ(titles(tray.menu()),
-              (QStringList{QStringLiteral("Capture Area"), QStringLiteral("Capture Window"),
-                           QStringLiteral("Capture Fullscreen"), QStringLiteral("-"),
-                           QStringLiteral("Self-Timer"), QStringLiteral("-"),
-                           QStringLiteral("About Quillmark"), QStringLiteral("Quit Quillmark")}));
+    EXPECT_EQ(
+        titles(tray.menu()),
+        (QStringList{QStringLiteral("Capture Area"), QStringLiteral("Capture Window"),
+                     QStringLiteral("Capture Fullscreen"), QStringLiteral("-"),
+                     QStringLiteral("Self-Timer"), QStringLiteral("Options"), QStringLiteral("-"),
+                     QStringLiteral("About Quillmark"), QStringLiteral("Quit Quillmark")}));
     EXPECT_EQ(tray.menu()->actions().at(0)->shortcut().toString(QKeySequence::NativeText),
               QStringLiteral("Ctrl+Shift+4"));
     const QMenu* timer = tray.menu()->actions().at(4)->menu();

@@ -276,7 +276,7 @@ TEST_F(ControllerTest, SavingAnEditedFileWritesANewFileBesideItAndLeavesTheOrigi
     ASSERT_TRUE(waitUntil([&] { return saved.size() == 1; }));
     const QString written = dir.filePath(QStringLiteral("shot annotated 2.png"));
     EXPECT_EQ(saved[0], written);
-    EXPECT_EQ(toasts.last(), QStringLiteral("Saved as shot annotated 2.png"));
+    EXPECT_EQ(toasts.last(), QStringLiteral("Saved “shot annotated 2.png”"));
     EXPECT_EQ(contents(original), originalBytes);
     EXPECT_EQ(contents(earlier), QByteArray("earlier"));
     EXPECT_EQ(QColor(QImage(written).pixel(10, 60)), QColor(Qt::red));
@@ -327,7 +327,7 @@ TEST_F(ControllerTest, ASaveThatFailsSaysWhyAndKeepsTheWorkOpen) {
     addMark(controller, QRectF(10, 10, 100, 100));
     QTest::mouseClick(controller.view()->toolbar()->doneButton(), Qt::LeftButton);
     ASSERT_TRUE(waitUntil([&] { return !toasts.isEmpty(); }));
-    EXPECT_TRUE(toasts.last().startsWith(QStringLiteral("Could not save: ")))
+    EXPECT_TRUE(toasts.last().startsWith(QStringLiteral("Not saved: ")))
         << toasts.last().toStdString();
     EXPECT_GT(toasts.last().size(), 20);
     EXPECT_EQ(errors, 1);
