@@ -9,6 +9,7 @@
 #include <cstring>
 #include <libdeflate.h>
 #include <memory>
+#include <mutex>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -144,16 +145,61 @@ struct Stripe {
     bool ok = false;
 };
 
-// Per-thread buffers, reused across the stripes a thread takes.
+// Grows a buffer to hold `size` bytes, keeping what it has when that is enough.
+void reserve(std::unique_ptr<std::uint8_t[]>& buffer, std::size_t& capacity, std::size_t size) {
+    if (capacity >= size)
+        return;
+    buffer = std::make_unique_for_overwrite<std::uint8_t[]>(size);
+    capacity = size;
+}
+
+// One thread's buffers, reused across the stripes it takes and, through the pool below,
+// across encodes.
 struct Workspace {
-    explicit Workspace(const Source& source, int level)
-        : compressor(libdeflate_alloc_compressor(level))
-        , rows(2 * (source.rowBytes + 1)) {}
+    explicit Workspace(int compressionLevel)
+        : level(compressionLevel)
+        , compressor(libdeflate_alloc_compressor(compressionLevel)) {}
+    int level;
     Compressor compressor;
     std::vector<std::uint8_t> rows;
     std::unique_ptr<std::uint8_t[]> filtered;
     std::size_t filteredCapacity = 0;
+    std::unique_ptr<std::uint8_t[]> deflated;
+    std::size_t deflatedCapacity = 0;
 };
+
+// Workspaces between encodes. Memory a process has just given back is slow to get again (the
+// kernel maps it in page by page, on virtual machines through the host), and a screenshot's
+// stripes need megabytes of it; kept here, the next capture writes into pages already mapped.
+class WorkspacePool {
+public:
+    std::unique_ptr<Workspace> take(int level) {
+        {
+            const std::lock_guard lock(m_mutex);
+            for (auto it = m_free.begin(); it != m_free.end(); ++it)
+                if ((*it)->level == level) {
+                    auto found = std::move(*it);
+                    m_free.erase(it);
+                    return found;
+                }
+        }
+        return std::make_unique<Workspace>(level);
+    }
+    void give(std::unique_ptr<Workspace> workspace) {
+        const std::lock_guard lock(m_mutex);
+        if (workspace->compressor && m_free.size() < std::size_t(kMaxDefaultThreads))
+            m_free.push_back(std::move(workspace));
+    }
+
+private:
+    std::mutex m_mutex;
+    std::vector<std::unique_ptr<Workspace>> m_free;
+};
+
+WorkspacePool& workspaces() {
+    static WorkspacePool pool;
+    return pool;
+}
 
 void encodeStripe(const Source& source, Stripe& stripe, Workspace& work, bool needsJoin) {
     if (!work.compressor)
@@ -161,10 +207,9 @@ void encodeStripe(const Source& source, Stripe& stripe, Workspace& work, bool ne
     const std::size_t n = source.rowBytes;
     const std::size_t rows = std::size_t(stripe.endRow - stripe.firstRow);
     stripe.filteredSize = rows * (n + 1);
-    if (work.filteredCapacity < stripe.filteredSize) {
-        work.filtered = std::make_unique_for_overwrite<std::uint8_t[]>(stripe.filteredSize);
-        work.filteredCapacity = stripe.filteredSize;
-    }
+    reserve(work.filtered, work.filteredCapacity, stripe.filteredSize);
+    if (work.rows.size() < 2 * (n + 1))
+        work.rows.resize(2 * (n + 1));
 
     // Filters see raw pixels, so the first row may look at the previous stripe's last row.
     std::uint8_t* bufferA = work.rows.data();
@@ -183,20 +228,24 @@ void encodeStripe(const Source& source, Stripe& stripe, Workspace& work, bool ne
     }
     stripe.adler = libdeflate_adler32(1, work.filtered.get(), stripe.filteredSize);
 
+    // Deflated into the workspace, then copied out at its real size: the bound is about as
+    // large as the input, the result of a screenshot a small part of it.
     const std::size_t bound =
         libdeflate_deflate_compress_bound(work.compressor.get(), stripe.filteredSize);
-    stripe.deflated = std::make_unique_for_overwrite<std::uint8_t[]>(bound + kNonFinalSlack);
-    stripe.deflatedSize =
-        libdeflate_deflate_compress(work.compressor.get(), work.filtered.get(), stripe.filteredSize,
-                                    stripe.deflated.get(), bound);
-    if (stripe.deflatedSize == 0)
+    reserve(work.deflated, work.deflatedCapacity, bound + kNonFinalSlack);
+    std::size_t size = libdeflate_deflate_compress(work.compressor.get(), work.filtered.get(),
+                                                   stripe.filteredSize, work.deflated.get(), bound);
+    if (size == 0)
         return;
     if (needsJoin) {
-        const auto final = locateFinalBlock({stripe.deflated.get(), stripe.deflatedSize});
+        const auto final = locateFinalBlock({work.deflated.get(), size});
         if (!final)
             return;
-        stripe.deflatedSize = makeNonFinal({stripe.deflated.get(), bound + kNonFinalSlack}, *final);
+        size = makeNonFinal({work.deflated.get(), bound + kNonFinalSlack}, *final);
     }
+    stripe.deflated = std::make_unique_for_overwrite<std::uint8_t[]>(size);
+    std::memcpy(stripe.deflated.get(), work.deflated.get(), size);
+    stripe.deflatedSize = size;
     stripe.ok = true;
 }
 
@@ -272,9 +321,10 @@ std::optional<QByteArray> encode(const QImage& image, const EncodeOptions& optio
 
     std::atomic<int> nextStripe{0};
     auto work = [&] {
-        Workspace workspace(source, level);
+        std::unique_ptr<Workspace> workspace = workspaces().take(level);
         for (int i = nextStripe++; i < stripeCount; i = nextStripe++)
-            encodeStripe(source, stripes[std::size_t(i)], workspace, i + 1 < stripeCount);
+            encodeStripe(source, stripes[std::size_t(i)], *workspace, i + 1 < stripeCount);
+        workspaces().give(std::move(workspace));
     };
     {
         std::vector<std::jthread> helpers;
