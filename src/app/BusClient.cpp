@@ -87,7 +87,9 @@ ForwardResult forwardToRunningInstance(const Command& command, std::chrono::mill
     QDBusMessage call = QDBusMessage::createMethodCall(busServiceName, busObjectPath, busInterface,
                                                        QStringLiteral("Request"));
     call << rawValue(capture->kind) << capture->delaySeconds << deadline;
-    QDBusPendingCallWatcher accepted(bus.asyncCall(call, int(patience.count())));
+    // Given up on a little after the deadline (timers may fire early), so a request the
+    // instance takes after this has always expired.
+    QDBusPendingCallWatcher accepted(bus.asyncCall(call, int(patience.count()) + 100));
     QObject::connect(&accepted, &QDBusPendingCallWatcher::finished, &loop, [&] {
         const QDBusPendingReply<uint> reply = accepted;
         if (reply.isError()) {

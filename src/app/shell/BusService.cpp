@@ -39,7 +39,7 @@ void BusService::Capture(const QString& kind, int delaySeconds) {
 }
 
 uint BusService::Request(const QString& kind, int delaySeconds, qlonglong deadline) {
-    if (m_now() > deadline) {
+    if (m_now() >= deadline) {
         qCInfo(lcApp).noquote() << QStringLiteral(
             "Quillmark: dropped a command-line request that arrived after its caller gave up");
         if (calledFromDBus())
