@@ -56,6 +56,12 @@ QString notResponding(QDBusConnection& bus) {
 
 } // namespace
 
+int printResult(const ForwardResult& result) {
+    printLine(stdout, result.out);
+    printLine(stderr, result.err);
+    return result.exitCode;
+}
+
 bool instanceRunning() {
     QDBusConnection bus = QDBusConnection::sessionBus();
     return bus.isConnected() && bus.interface()->isServiceRegistered(busServiceName).value();

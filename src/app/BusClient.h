@@ -14,6 +14,9 @@ struct ForwardResult {
     QString err; // for stderr: why nothing was saved
 };
 
+// Prints what the instance answered and returns the command's exit status.
+int printResult(const ForwardResult& result);
+
 // Whether a Quillmark already runs in this session (owns the bus name).
 bool instanceRunning();
 

@@ -52,6 +52,35 @@ std::optional<QString> missingDisplay() {
     return std::nullopt;
 }
 
+std::optional<int> answerLocally(const Result<Command>& parsed) {
+    if (!parsed) {
+        printLine(stderr, parsed.error().reason);
+        return 2;
+    }
+    if (std::holds_alternative<command::Help>(*parsed)) {
+        printLine(stdout, commandLineUsage());
+        return 0;
+    }
+    if (std::holds_alternative<command::Version>(*parsed)) {
+        printLine(stdout, versionLine());
+        return 0;
+    }
+    if (const auto missing = missingDisplay()) {
+        printLine(stderr, *missing);
+        return 1;
+    }
+    return std::nullopt;
+}
+
+void printLine(std::FILE* stream, const QString& text) {
+    if (text.isEmpty())
+        return;
+    const QByteArray bytes = text.toLocal8Bit();
+    std::fputs(bytes.constData(), stream);
+    if (!bytes.endsWith('\n'))
+        std::fputc('\n', stream);
+}
+
 namespace {
 
 Error error(const QString& message) {

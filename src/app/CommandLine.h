@@ -4,6 +4,7 @@
 
 #include <QString>
 #include <QStringList>
+#include <cstdio>
 #include <optional>
 #include <variant>
 
@@ -37,5 +38,13 @@ QString versionLine();
 
 // Why no display can be reached from this environment, or nothing when one is named.
 std::optional<QString> missingDisplay();
+
+// What the command answers by itself, before a display or a running instance is needed: a
+// mistake (status 2), --help and --version (0), no display (1); printed, with the exit status.
+// Nothing when the command goes on.
+std::optional<int> answerLocally(const Result<Command>& parsed);
+
+// A line for the terminal, its newline added when missing; nothing for empty text.
+void printLine(std::FILE* stream, const QString& text);
 
 } // namespace qm

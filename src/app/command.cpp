@@ -15,15 +15,6 @@
 
 namespace {
 
-void print(FILE* stream, const QString& text) {
-    if (text.isEmpty())
-        return;
-    const QByteArray bytes = text.toLocal8Bit();
-    std::fputs(bytes.constData(), stream);
-    if (!bytes.endsWith('\n'))
-        std::fputc('\n', stream);
-}
-
 // Next to this command in a build tree, in libexec once installed.
 QString trayProgram() {
     const QDir here(QCoreApplication::applicationDirPath());
@@ -48,38 +39,21 @@ std::chrono::milliseconds patience() {
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     const auto parsed = qm::parseCommandLine(QCoreApplication::arguments().mid(1));
-    if (!parsed) {
-        print(stderr, parsed.error().reason);
-        return 2;
-    }
-    if (std::holds_alternative<qm::command::Help>(*parsed)) {
-        print(stdout, qm::commandLineUsage());
-        return 0;
-    }
-    if (std::holds_alternative<qm::command::Version>(*parsed)) {
-        print(stdout, qm::versionLine());
-        return 0;
-    }
-    if (const auto missing = qm::missingDisplay()) {
-        print(stderr, *missing);
-        return 1;
-    }
-    if (qm::instanceRunning()) {
-        const qm::ForwardResult result = qm::forwardToRunningInstance(*parsed, patience());
-        print(stdout, result.out);
-        print(stderr, result.err);
-        return result.exitCode;
-    }
+    if (const auto answered = qm::answerLocally(parsed))
+        return *answered;
+    if (qm::instanceRunning())
+        return qm::printResult(qm::forwardToRunningInstance(*parsed, patience()));
     const QString tray = trayProgram();
     if (tray.isEmpty()) {
-        print(stderr, QStringLiteral("Cannot start Quillmark: quillmark-tray is not installed "
+        qm::printLine(stderr,
+                      QStringLiteral("Cannot start Quillmark: quillmark-tray is not installed "
                                      "next to this command."));
         return 1;
     }
     // Still "quillmark" to the user: in the process list and as the windows' class.
     const QByteArray path = QFile::encodeName(tray);
     execv(path.constData(), argv);
-    print(stderr, QStringLiteral("Cannot start Quillmark: %1: %2")
-                      .arg(tray, QString::fromLocal8Bit(std::strerror(errno))));
+    qm::printLine(stderr, QStringLiteral("Cannot start Quillmark: %1: %2")
+                              .arg(tray, QString::fromLocal8Bit(std::strerror(errno))));
     return 1;
 }

@@ -23,35 +23,14 @@
 #include <QTimer>
 #include <cstdio>
 
-namespace {
-void print(FILE* stream, const QString& text) {
-    if (!text.isEmpty())
-        std::fprintf(stream, "%s\n", qPrintable(text.trimmed()));
-}
-} // namespace
-
 int main(int argc, char** argv) {
     // What needs no display is answered before the application exists (it aborts without one).
     QStringList arguments;
     for (int i = 1; i < argc; ++i)
         arguments << QString::fromLocal8Bit(argv[i]);
     const auto parsed = qm::parseCommandLine(arguments);
-    if (!parsed) {
-        print(stderr, parsed.error().reason);
-        return 2;
-    }
-    if (std::holds_alternative<qm::command::Help>(*parsed)) {
-        print(stdout, qm::commandLineUsage());
-        return 0;
-    }
-    if (std::holds_alternative<qm::command::Version>(*parsed)) {
-        print(stdout, qm::versionLine());
-        return 0;
-    }
-    if (const auto missing = qm::missingDisplay()) {
-        print(stderr, *missing);
-        return 1;
-    }
+    if (const auto answered = qm::answerLocally(parsed))
+        return *answered;
     const qm::Command command = *parsed;
 
     // Text recognition is far faster single-threaded on small machines; it must be set before
@@ -80,10 +59,7 @@ int main(int argc, char** argv) {
     });
     if (!bus.publish()) {
         // Another instance won the race to start.
-        const qm::ForwardResult result = qm::forwardToRunningInstance(command);
-        print(stdout, result.out);
-        print(stderr, result.err);
-        return result.exitCode;
+        return qm::printResult(qm::forwardToRunningInstance(command));
     }
 
     qm::IniSettingsStore store;
@@ -134,7 +110,7 @@ int main(int argc, char** argv) {
     dispatch = [&model](const qm::Command& c) { return model.run(c); };
     QTimer::singleShot(0, &model, [&model, command] {
         if (const auto started = model.run(command); !started)
-            print(stderr, started.error().reason);
+            qm::printLine(stderr, started.error().reason);
     });
 
     return QApplication::exec();

@@ -36,19 +36,7 @@ using test::waitUntil;
 
 const QColor kCardColour(255, 0, 255);
 
-class ColourWindow : public QRasterWindow {
-public:
-    explicit ColourWindow(QColor colour)
-        : m_colour(colour) {}
-
-protected:
-    void paintEvent(QPaintEvent*) override {
-        QPainter(this).fillRect(QRect(QPoint(), size()), m_colour);
-    }
-
-private:
-    QColor m_colour;
-};
+using test::ColourWindow;
 
 // Another program's window that keeps no background and redraws a while after it is told
 // to, the way a busy program does: until then the screen shows whatever covered it.

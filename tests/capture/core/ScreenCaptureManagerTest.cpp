@@ -25,19 +25,7 @@ namespace {
 using test::ForeignWindow;
 using test::patternPoint;
 
-class ColourWindow : public QRasterWindow {
-public:
-    explicit ColourWindow(QColor colour)
-        : m_colour(colour) {}
-
-protected:
-    void paintEvent(QPaintEvent*) override {
-        QPainter(this).fillRect(QRect(QPoint(), size()), m_colour);
-    }
-
-private:
-    QColor m_colour;
-};
+using test::ColourWindow;
 
 // The monitors as the X server declares them: name → desktop pixel rectangle.
 std::map<QString, QRect> serverMonitors() {

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <QColor>
+#include <QPainter>
 #include <QProcess>
+#include <QRasterWindow>
 #include <QRect>
 #include <QString>
 #include <cstdint>
@@ -69,5 +71,20 @@ bool windowManagerRunning();
 
 // Whether the X selection _NET_WM_CM_S0 has an owner.
 bool compositorSelectionOwned();
+
+// A plain window filled with one colour, drawn by Qt.
+class ColourWindow : public QRasterWindow {
+public:
+    explicit ColourWindow(QColor colour)
+        : m_colour(colour) {}
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter(this).fillRect(QRect(QPoint(), size()), m_colour);
+    }
+
+private:
+    QColor m_colour;
+};
 
 } // namespace qm::test
