@@ -7,6 +7,7 @@
 #include "base/SafeWrite.h"
 #include "cards/FloatingShotView.h"
 #include "platform/desktop/Reveal.h"
+#include "ui/SaveAsDialog.h"
 #include "ui/ToastCenter.h"
 
 #include <QClipboard>
@@ -75,8 +76,41 @@ void CardActions::checkFile(const Item& item) {
     m_hooks.fileChanged(item);
 }
 
-void CardActions::toastFailure(const QString& reason) {
-    m_toasts.presentNotSaved(reason);
+void CardActions::toastFailure(const QString& reason, const Item& item) {
+    std::function<void()> saveElsewhere;
+    if (item) {
+        const std::weak_ptr<FloatingShotItem> weak = item;
+        saveElsewhere = [this, weak] {
+            if (const Item alive = weak.lock(); alive && !alive->trashed)
+                saveAs(alive);
+        };
+    }
+    m_toasts.presentNotSaved(reason, std::move(saveElsewhere));
+}
+
+void CardActions::saveAs(const Item& item) {
+    const QString path = askWhereToSaveCapture();
+    if (path.isEmpty() || item->saving)
+        return;
+    item->saving = true;
+    const int revision = item->imageRevision;
+    BackgroundExport::overwrite(fullResolution(*item), path, this,
+                                [this, item, revision, path](const Result<QByteArray>& written) {
+                                    item->saving = false;
+                                    if (!written) {
+                                        toastFailure(written.error().reason, item);
+                                        return release(item, std::nullopt);
+                                    }
+                                    // The card's file is now the one the user chose.
+                                    item->saveError.reset();
+                                    item->fileMissing = false;
+                                    item->savedURL = path;
+                                    item->savedRevision = revision;
+                                    m_hooks.fileChanged(item);
+                                    m_hooks.saved(path);
+                                    m_toasts.presentSaved(path);
+                                    release(item, path);
+                                });
 }
 
 void CardActions::saveFirst(const Item& item, std::function<void(const QByteArray&)> onEncoded) {
@@ -115,7 +149,7 @@ void CardActions::finishNew(const Item& item, int revision, const Result<QString
         // Logged by the writer; actions that need the file try again.
         item->saveError = path.error().reason;
         if (!item->trashed)
-            toastFailure(path.error().reason);
+            toastFailure(path.error().reason, item);
         m_hooks.fileChanged(item);
         return release(item, std::nullopt);
     }
@@ -173,7 +207,7 @@ void CardActions::finishAnnotated(const Item& item, int revision, const QByteArr
             << QStringLiteral("Quillmark save error: ") + path.error().reason;
         item->saveError = path.error().reason;
         if (!item->trashed)
-            toastFailure(path.error().reason);
+            toastFailure(path.error().reason, item);
     } else {
         item->saveError.reset();
         item->fileMissing = false;
@@ -207,7 +241,7 @@ void CardActions::finishOver(const Item& item, int revision, const Result<QByteA
     }
     if (!png) {
         item->saveError = png.error().reason;
-        toastFailure(png.error().reason);
+        toastFailure(png.error().reason, item);
     } else {
         item->saveError.reset();
         item->savedRevision = revision;

@@ -82,7 +82,10 @@ private:
     void writeNewerImage(const Item& item);
     void release(const Item& item, std::optional<QString> path);
     bool moveToTrash(const QString& path);
-    void toastFailure(const QString& reason);
+    // "Not saved: <reason>"; with the card, the toast offers to save it elsewhere.
+    void toastFailure(const QString& reason, const Item& item = {});
+    // Writes the card's capture where the user chooses; that file becomes the card's.
+    void saveAs(const Item& item);
 
     Preferences& m_preferences;
     ToastCenter& m_toasts;

@@ -19,6 +19,7 @@
 #include <QDir>
 #include <QDragEnterEvent>
 #include <QDropEvent>
+#include <QFileDialog>
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QLabel>
@@ -30,6 +31,7 @@
 #include <QStandardPaths>
 #include <QTest>
 #include <QThreadPool>
+#include <QTimer>
 #include <QVBoxLayout>
 #include <QWindow>
 #include <gtest/gtest.h>
@@ -576,6 +578,38 @@ TEST_F(FloatingShotManagerTest, DraggingTheThumbnailDropsTheSavedFile) {
     EXPECT_TRUE(waitUntil([&] { return manager.items().empty(); }));
 }
 
+TEST_F(FloatingShotManagerTest, ANotSavedCardIsSavedElsewhereFromItsToast) {
+    QFile blocker(dir.filePath(QStringLiteral("blocker")));
+    ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
+    blocker.close();
+    ASSERT_TRUE(preferences.setOutputDirectory(blocker.fileName() + QStringLiteral("/Quillmark")));
+    const QImage image = makeScreenshotLikeImage(500, 300);
+    const auto card = manager.present(image);
+    ASSERT_TRUE(waitUntil([&] { return !card->saving && toasts.window(); }));
+    ToastView* toast = toasts.window();
+    ASSERT_EQ(toast->buttonLabel(), QStringLiteral("Save As…"));
+
+    // The desktop's dialog: the user names a file elsewhere (without ".png") and accepts.
+    const QString chosen = dir.filePath(QStringLiteral("kept"));
+    QTimer answer;
+    QObject::connect(&answer, &QTimer::timeout, &answer, [&] {
+        if (auto* dialog = qobject_cast<QFileDialog*>(QApplication::activeModalWidget())) {
+            answer.stop();
+            dialog->setDirectory(dir.path());
+            if (auto* name = dialog->findChild<QLineEdit*>(QStringLiteral("fileNameEdit")))
+                name->setText(QStringLiteral("kept"));
+            static_cast<QDialog*>(dialog)->accept(); // the file dialog hides it
+        }
+    });
+    answer.start(20);
+    QTest::mouseClick(toast, Qt::LeftButton, {}, toast->buttonRect().center().toPoint());
+    ASSERT_TRUE(waitUntil([&] { return card->savedURL.has_value(); }));
+    EXPECT_EQ(*card->savedURL, chosen + QStringLiteral(".png"));
+    EXPECT_EQ(QImage(*card->savedURL).convertToFormat(image.format()), image);
+    EXPECT_EQ(card->panel->fileProblem(), QString());
+    EXPECT_EQ(toastText(), QStringLiteral("Saved “kept.png”"));
+}
+
 TEST_F(FloatingShotManagerTest, ShowInFolderSavesAgainWhenTheFirstSaveFailed) {
     FakeFileManager files;
     QDBusConnection bus = QDBusConnection::sessionBus();
@@ -622,7 +656,8 @@ TEST_F(FloatingShotManagerTest, ShowInFolderSavesAgainWhenTheFirstSaveFailed) {
     // A file removed behind the card's back shows too; the card still saves it anew.
     const QString first = *card->savedURL;
     ASSERT_TRUE(QFile::remove(first));
-    ASSERT_TRUE(waitUntil([&] { return card->panel->fileProblem() == QStringLiteral("File missing"); }));
+    ASSERT_TRUE(
+        waitUntil([&] { return card->panel->fileProblem() == QStringLiteral("File missing"); }));
     EXPECT_FALSE(button(card, "deleteButton")->isEnabled());
     files.shown.clear();
     click(reveal);

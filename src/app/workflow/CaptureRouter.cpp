@@ -7,14 +7,12 @@
 #include "cards/FloatingShotManager.h"
 #include "ocr/TextRecognizer.h"
 #include "platform/sound/api/SoundPlayer.h"
+#include "ui/SaveAsDialog.h"
 #include "ui/ToastCenter.h"
 
-#include <QDir>
-#include <QFileDialog>
 #include <QFileInfo>
 #include <QFutureWatcher>
 #include <QImageReader>
-#include <QStandardPaths>
 
 namespace qm {
 
@@ -140,12 +138,7 @@ void CaptureRouter::saveNow(const QImage& image, const QString& label, OutcomeCa
 }
 
 void CaptureRouter::saveAs(const QImage& image) {
-    const QString suggested =
-        QDir(QStandardPaths::writableLocation(QStandardPaths::PicturesLocation))
-            .filePath(ImageExport::fileName(ImageExport::screenshotPrefix, QStringLiteral(".png")));
-    // The dialog has asked before an existing file is replaced.
-    const QString path = QFileDialog::getSaveFileName(
-        nullptr, QStringLiteral("Save Capture As"), suggested, QStringLiteral("PNG image (*.png)"));
+    const QString path = askWhereToSaveCapture();
     if (path.isEmpty())
         return;
     BackgroundExport::overwrite(
