@@ -83,8 +83,7 @@ QImage ImageReserve::take(int width, int height, QImage::Format format) {
     QImage image;
     {
         const std::lock_guard lock(m_mutex);
-        if (!m_ready.isNull() && m_ready.size() == QSize(width, height) &&
-            m_ready.format() == format)
+        if (holds(shape))
             image = std::exchange(m_ready, QImage());
         m_wanted = shape;
     }
@@ -97,26 +96,23 @@ void ImageReserve::run(std::stop_token stop) {
     sched_param none{};
     pthread_setschedparam(pthread_self(), SCHED_IDLE, &none);
     std::unique_lock lock(m_mutex);
-    while (!stop.stop_requested()) {
-        const bool ready = m_ready.size() == QSize(m_wanted.width, m_wanted.height) &&
-                           m_ready.format() == m_wanted.format;
-        if (m_wanted.width <= 0 || ready) {
-            m_wake.wait(lock, stop, [this] {
-                return m_wanted.width > 0 &&
-                       (m_ready.size() != QSize(m_wanted.width, m_wanted.height) ||
-                        m_ready.format() != m_wanted.format);
-            });
-            continue;
-        }
+    while (m_wake.wait(lock, stop, [this] { return m_wanted.width > 0 && !holds(m_wanted); })) {
         const Shape shape = m_wanted;
         lock.unlock();
         QImage image = makeLargeImage(shape.width, shape.height, shape.format);
         if (!image.isNull())
             std::memset(image.bits(), 0, std::size_t(image.sizeInBytes()));
         lock.lock();
-        if (m_wanted == shape)
+        if (image.isNull())
+            m_wanted = {}; // out of memory: the next take asks again
+        else if (m_wanted == shape)
             m_ready = std::move(image);
     }
+}
+
+bool ImageReserve::holds(const Shape& shape) const {
+    return !m_ready.isNull() && m_ready.size() == QSize(shape.width, shape.height) &&
+           m_ready.format() == shape.format;
 }
 
 } // namespace qm

@@ -39,6 +39,8 @@ private:
         bool operator==(const Shape&) const = default;
     };
     void run(std::stop_token stop);
+    // Whether the prepared image has this shape; under the mutex.
+    bool holds(const Shape& shape) const;
 
     std::mutex m_mutex;
     std::condition_variable_any m_wake;

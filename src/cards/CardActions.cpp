@@ -23,7 +23,6 @@
 namespace qm {
 
 namespace {
-const QString kSavedIcon = QStringLiteral("document-save");
 const QString kCopyIcon = QStringLiteral("edit-copy");
 const QString kFailedIcon = QStringLiteral("dialog-warning");
 
@@ -218,7 +217,7 @@ void CardActions::finishAnnotated(const Item& item, int revision, const QByteArr
             item->png = png;
         m_hooks.saved(*path);
         m_hooks.libraryChanged();
-        m_toasts.present(QStringLiteral("Saved"), kSavedIcon);
+        m_toasts.presentSaved(*path);
     }
     m_hooks.fileChanged(item);
     writeNewerImage(item);
@@ -248,7 +247,7 @@ void CardActions::finishOver(const Item& item, int revision, const Result<QByteA
         if (item->imageRevision == revision)
             item->png = *png;
         m_hooks.libraryChanged();
-        m_toasts.present(QStringLiteral("Saved"), kSavedIcon);
+        m_toasts.presentSaved(*item->savedURL);
     }
     m_hooks.fileChanged(item);
     writeNewerImage(item);

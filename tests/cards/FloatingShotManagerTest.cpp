@@ -430,7 +430,7 @@ TEST_F(FloatingShotManagerTest, FileIsWrittenBeforeItIsReportedAndEditsGoBesideI
     EXPECT_EQ(QImage(*card->savedURL).pixelColor(10, 10), QColor(Qt::magenta));
     EXPECT_EQ(QImage(file.filePath()).convertToFormat(image.format()), image);
     EXPECT_EQ(QFileInfo(taken.fileName()).size(), 0) << "another file was written over";
-    EXPECT_EQ(toastText(), QStringLiteral("Saved"));
+    EXPECT_EQ(toastText(), QStringLiteral("Saved “%1”").arg(QFileInfo(*card->savedURL).fileName()));
     EXPECT_EQ(saved, QStringList({file.filePath(), *card->savedURL}));
 
     // A second edit goes over the card's own annotated copy, not into a third file.

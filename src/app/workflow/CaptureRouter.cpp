@@ -16,11 +16,6 @@
 
 namespace qm {
 
-namespace {
-const QString kSavedSymbol = QStringLiteral("document-save");
-const QString kFailedSymbol = QStringLiteral("dialog-warning");
-} // namespace
-
 CaptureRouter::CaptureRouter(Preferences& preferences, SoundPlayer& sounds, ToastCenter& toasts,
                              FloatingShotManager& cards, EditorWindows& editors, Report report,
                              QObject* parent)
