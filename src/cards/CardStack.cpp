@@ -50,9 +50,13 @@ CardStack::CardStack(const std::vector<FloatingShotItemPtr>& items, ScreenOf scr
             release();
     });
     // A monitor that goes away takes its pins with it; its cards move to a remaining one once
-    // the screen is gone for good.
-    connect(qGuiApp, &QGuiApplication::screenRemoved, this,
-            [this] { QTimer::singleShot(0, this, &CardStack::layout); });
+    // the screen is gone for good. The window system may still report where the cards were on
+    // the old monitor after they were placed (on a busy machine, well after), so they are
+    // placed again once that has settled.
+    connect(qGuiApp, &QGuiApplication::screenRemoved, this, [this] {
+        for (const int after : {0, 250, 1000})
+            QTimer::singleShot(after, this, &CardStack::layout);
+    });
     // Panels and docks that come and go change where the corner is.
     auto watch = [this](QScreen* screen) {
         connect(screen, &QScreen::availableGeometryChanged, this, &CardStack::layout);
