@@ -78,11 +78,17 @@ TEST_F(CaptureWorkflow, ShortcutsCaptureTheScreenAnAreaAndAWindow) {
     const QImage screen(full);
     EXPECT_EQ(screen.size(), QSize(1280, 800));
     expectPatternAt(screen, {0, 0});
-    const auto clip =
-        test::run(QStringLiteral("xclip"),
-                  {QStringLiteral("-selection"), QStringLiteral("clipboard"), QStringLiteral("-t"),
-                   QStringLiteral("image/png"), QStringLiteral("-o")});
-    EXPECT_EQ(QImage::fromData(clip.out, "PNG").convertToFormat(QImage::Format_RGB32),
+    // The clipboard is filled on the program's main thread, maybe just after the file.
+    QImage pasted;
+    ASSERT_TRUE(test::waitUntil([&] {
+        const auto clip =
+            test::run(QStringLiteral("xclip"),
+                      {QStringLiteral("-selection"), QStringLiteral("clipboard"),
+                       QStringLiteral("-t"), QStringLiteral("image/png"), QStringLiteral("-o")});
+        pasted = QImage::fromData(clip.out, "PNG");
+        return !pasted.isNull();
+    }));
+    EXPECT_EQ(pasted.convertToFormat(QImage::Format_RGB32),
               screen.convertToFormat(QImage::Format_RGB32));
 
     // An area dragged after the area shortcut; a second quick press opens no second overlay.
