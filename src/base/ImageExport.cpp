@@ -89,18 +89,4 @@ void copyToPasteboard(const QImage& image) {
     copyToPasteboard(image, pngData(image).value_or(QByteArray()));
 }
 
-QString moveFinishedRecording(const QString& temporaryFile, const QString& outputFolder) {
-    Preferences::ensureExists(outputFolder);
-    const QString destination = QDir(outputFolder).filePath(QFileInfo(temporaryFile).fileName());
-    QFile::remove(destination);
-    QFile source(temporaryFile);
-    if (!source.rename(destination)) {
-        qCWarning(lcRecording).noquote()
-            << QStringLiteral("Quillmark recording move failed, keeping temp: ") +
-                   source.errorString();
-        return temporaryFile;
-    }
-    return destination;
-}
-
 } // namespace qm::ImageExport

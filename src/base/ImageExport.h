@@ -46,9 +46,4 @@ void copyToPasteboard(const QImage& image, const QByteArray& png);
 // Encodes first; on the GUI thread only for small images (the editor's copy button).
 void copyToPasteboard(const QImage& image);
 
-// Moves a finished recording from the temporary folder into the output folder, replacing a
-// file of the same name. Returns where the recording now is: the temporary file when the
-// move failed.
-QString moveFinishedRecording(const QString& temporaryFile, const QString& outputFolder);
-
 } // namespace qm::ImageExport

@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 namespace qm::SafeWrite {
 
@@ -46,6 +47,48 @@ public:
     QByteArray nativePath() const { return QFile::encodeName(m_path); }
     void release() { m_released = true; }
 
+    // Copies another file's bytes in and flushes them to the disk; 0 or the errno.
+    int copyFrom(int source) {
+        struct stat from {};
+        if (::fstat(source, &from) != 0)
+            return errno;
+        off_t offset = 0;
+        while (offset < from.st_size) {
+            const ssize_t copied =
+                ::copy_file_range(source, &offset, m_fd, nullptr, size_t(from.st_size - offset), 0);
+            if (copied < 0) {
+                if (errno == EINTR)
+                    continue;
+                if (errno != EXDEV && errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP)
+                    return errno;
+                // Kernels that cannot copy between these file systems: plain reads and writes.
+                std::vector<char> block(1 << 20);
+                for (;;) {
+                    const ssize_t got = ::pread(source, block.data(), block.size(), offset);
+                    if (got < 0 && errno == EINTR)
+                        continue;
+                    if (got < 0)
+                        return errno;
+                    if (got == 0)
+                        break;
+                    for (ssize_t done = 0; done < got;) {
+                        const ssize_t put = ::write(m_fd, block.data() + done, size_t(got - done));
+                        if (put < 0 && errno == EINTR)
+                            continue;
+                        if (put < 0)
+                            return errno;
+                        done += put;
+                    }
+                    offset += got;
+                }
+                break;
+            }
+            if (copied == 0)
+                return EIO; // the source shrank under us
+        }
+        return finish(from.st_size);
+    }
+
     // Writes everything and flushes it to the disk; 0 or the errno. Some file systems only
     // report a full disk when the data is flushed or the file closed, so both are checked.
     int writeAll(const QByteArray& bytes) {
@@ -61,11 +104,16 @@ public:
             data += written;
             left -= written;
         }
+        return finish(bytes.size());
+    }
+
+private:
+    int finish(off_t expectedSize) {
         // What the disk holds must be what was meant, before the name is claimed.
         struct stat written {};
         if (::fstat(m_fd, &written) != 0)
             return errno;
-        if (written.st_size != off_t(bytes.size()))
+        if (written.st_size != expectedSize)
             return EIO;
         if (::fdatasync(m_fd) != 0 && errno != EINVAL)
             return errno;
@@ -76,7 +124,6 @@ public:
         return 0;
     }
 
-private:
     QString m_path;
     int m_fd = -1;
     int m_error = 0;
@@ -174,6 +221,55 @@ Result<QString> writeNewFile(const QString& folder, const QString& stem, const Q
             return failure(describeErrno(error, folder));
     }
     return failure(QStringLiteral("every name for the capture is taken"));
+}
+
+Result<QString> moveNewFile(const QString& source, const QString& folder, const QString& stem,
+                            const QString& extension) {
+    if (Status made = ensureFolder(folder); !made)
+        return made.error();
+    const QByteArray from = QFile::encodeName(source);
+    const QDir dir(folder);
+    const auto candidate = [&](int number) {
+        return QFile::encodeName(dir.filePath(
+            number == 1 ? stem + extension
+                        : stem + QLatin1Char(' ') + QString::number(number) + extension));
+    };
+    for (int number = 1; number < 10000; ++number) {
+        const QByteArray to = candidate(number);
+        if (::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) ==
+            0)
+            return QFile::decodeName(to);
+        if (errno == EEXIST)
+            continue;
+        if (errno != EXDEV && errno != EINVAL && errno != ENOSYS)
+            return failure(describeErrno(errno, folder));
+        // Another file system: copy, flush, claim the name, then let go of the original.
+        const int in = ::open(from.constData(), O_RDONLY | O_CLOEXEC);
+        if (in < 0)
+            return failure(describeErrno(errno));
+        TemporaryFile temporary(folder);
+        if (temporary.openError()) {
+            ::close(in);
+            return failure(describeErrno(temporary.openError(), folder));
+        }
+        const int copyError = temporary.copyFrom(in);
+        ::close(in);
+        if (copyError)
+            return failure(describeErrno(copyError, folder));
+        for (; number < 10000; ++number) {
+            const QByteArray name = candidate(number);
+            const int error = claimName(temporary.nativePath(), name);
+            if (error == 0) {
+                temporary.release();
+                ::unlink(from.constData());
+                return QFile::decodeName(name);
+            }
+            if (error != EEXIST)
+                return failure(describeErrno(error, folder));
+        }
+        break;
+    }
+    return failure(QStringLiteral("every name for the file is taken"));
 }
 
 Status replaceFile(const QString& path, const QByteArray& bytes) {

@@ -25,6 +25,13 @@ Status ensureFolder(const QString& folder);
 Result<QString> writeNewFile(const QString& folder, const QString& stem, const QString& extension,
                              const QByteArray& bytes);
 
+// Moves a finished file into the folder as "<stem><extension>" (or " 2", " 3", … when taken),
+// never replacing anything there. Across file systems the bytes are copied and flushed first
+// and the original removed only after the copy holds its name. Returns the new path; on
+// failure the original stays where it was.
+Result<QString> moveNewFile(const QString& source, const QString& folder, const QString& stem,
+                            const QString& extension);
+
 // Replaces the file's contents in one step (a temporary file renamed over it), keeping its
 // permissions. Readers see the old or the new contents, never a mix.
 Status replaceFile(const QString& path, const QByteArray& bytes);

@@ -227,36 +227,60 @@ TEST(ImageExportClipboard, OtherProgramsReadTheExactPng) {
     EXPECT_TRUE(samePixels(QImage::fromData(png.out, "PNG"), image));
 }
 
-TEST(ImageExportRecording, MovesIntoTheFolderReplacingAnOlderFile) {
-    QTemporaryDir dir;
-    const QString name = QStringLiteral("Quillmark Recording 2026-11-15 at 20.31.05.mov");
-    const QString temp = dir.filePath(name);
-    const QString folder = dir.filePath(QStringLiteral("out"));
-    QDir().mkpath(folder);
-    for (const auto& [path, bytes] : {std::pair{temp, QByteArray("new")},
-                                      std::pair{QDir(folder).filePath(name), QByteArray("old")}}) {
-        QFile f(path);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(bytes);
-    }
-    const QString result = ImageExport::moveFinishedRecording(temp, folder);
-    EXPECT_EQ(result, QDir(folder).filePath(name));
-    QFile moved(result);
-    ASSERT_TRUE(moved.open(QIODevice::ReadOnly));
-    EXPECT_EQ(moved.readAll(), QByteArray("new"));
-    EXPECT_FALSE(QFile::exists(temp));
+QByteArray contents(const QString& path) {
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
-TEST(ImageExportRecording, FailedMoveKeepsTheTemporaryFile) {
+void put(const QString& path, const QByteArray& bytes) {
+    QFile f(path);
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+    f.write(bytes);
+}
+
+TEST(SafeWriteMove, AFinishedFileTakesTheNextFreeNameAndNothingIsReplaced) {
     QTemporaryDir dir;
-    const QString temp = dir.filePath(QStringLiteral("rec.mov"));
-    QFile(temp).open(QIODevice::WriteOnly);
-    const QString blocker = dir.filePath(QStringLiteral("blocker"));
-    QFile(blocker).open(QIODevice::WriteOnly);
-    test::LogCapture log;
-    EXPECT_EQ(ImageExport::moveFinishedRecording(temp, blocker), temp);
-    EXPECT_TRUE(QFile::exists(temp));
-    EXPECT_TRUE(log.contains(QStringLiteral("Quillmark recording move failed, keeping temp: ")));
+    const QString folder = dir.filePath(QStringLiteral("out/Quillmark"));
+    const QString stem = QStringLiteral("Quillmark Recording 2026-11-15 at 20.31.05");
+    const QString first = dir.filePath(QStringLiteral("first.mov"));
+    const QString second = dir.filePath(QStringLiteral("second.mov"));
+    put(first, "one");
+    put(second, "two");
+    const auto a = SafeWrite::moveNewFile(first, folder, stem, QStringLiteral(".mov"));
+    const auto b = SafeWrite::moveNewFile(second, folder, stem, QStringLiteral(".mov"));
+    ASSERT_TRUE(a.ok() && b.ok());
+    EXPECT_EQ(QFileInfo(*a).fileName(), stem + QStringLiteral(".mov"));
+    EXPECT_EQ(QFileInfo(*b).fileName(), stem + QStringLiteral(" 2.mov"));
+    EXPECT_EQ(contents(*a), "one");
+    EXPECT_EQ(contents(*b), "two");
+    EXPECT_FALSE(QFile::exists(first) || QFile::exists(second));
+}
+
+TEST(SafeWriteMove, AcrossFileSystemsTheCopyIsCompleteBeforeTheOriginalGoes) {
+    ScratchMount other(QStringLiteral("size=4m"));
+    if (!other.ok())
+        GTEST_SKIP() << "mounting a small tmpfs was refused (needs root)";
+    QTemporaryDir dir;
+    const QString source = dir.filePath(QStringLiteral("movie.mov"));
+    QByteArray bytes(3 * 1024 * 1024 + 17, '\0');
+    for (int i = 0; i < bytes.size(); ++i)
+        bytes[i] = char(i * 31);
+    put(source, bytes);
+    const auto moved = SafeWrite::moveNewFile(source, other.path(), QStringLiteral("movie"),
+                                              QStringLiteral(".mov"));
+    ASSERT_TRUE(moved.ok()) << moved.error().reason.toStdString();
+    EXPECT_EQ(contents(*moved), bytes);
+    EXPECT_FALSE(QFile::exists(source));
+
+    // A folder too small for it: the original stays, the reason is the full disk, and no
+    // partial copy is left behind.
+    put(source, bytes + bytes);
+    const auto full =
+        SafeWrite::moveNewFile(source, other.path(), QStringLiteral("big"), QStringLiteral(".mov"));
+    ASSERT_FALSE(full.ok());
+    EXPECT_EQ(full.error().reason, QStringLiteral("the disk is full"));
+    EXPECT_EQ(contents(source), bytes + bytes);
+    EXPECT_EQ(QDir(other.path()).entryList(QDir::Files | QDir::Hidden).size(), 1);
 }
 
 } // namespace
