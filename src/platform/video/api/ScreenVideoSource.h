@@ -41,7 +41,8 @@ public:
     virtual ~ScreenVideoSource() = default;
 
     // Starts the stream; fails with a reason when the area cannot be recorded at all.
-    virtual Status start(const ScreenVideoRequest& request, FrameSink onFrame, StopSink onStopped) = 0;
+    virtual Status start(const ScreenVideoRequest& request, FrameSink onFrame,
+                         StopSink onStopped) = 0;
     // Ends the stream and waits until no callback runs any more. Safe to call twice.
     virtual void stop() = 0;
     // Frames the source could not take on time (the grab itself fell behind the clock).
