@@ -4,7 +4,9 @@
 #include "platform/video/x11/X11ScreenVideoSource.h"
 
 #include <QCursor>
+#include <QFile>
 #include <QImage>
+#include <QProcess>
 #include <QStringList>
 #include <gtest/gtest.h>
 #include <mutex>
@@ -306,6 +308,36 @@ TEST_F(X11ScreenVideoTest, StopEndsTheStreamAtOnceAndTwiceIsHarmless) {
     ASSERT_TRUE(third.waitForFrames(5));
     EXPECT_EQ(second.count(), last);
     EXPECT_TRUE(first.stopReasons().isEmpty() && second.stopReasons().isEmpty());
+}
+
+TEST_F(X11ScreenVideoTest, AStreamWhoseDisplayServerQuitsEndsOnceWithAReason) {
+    // A second, private X server that can be shut down under the stream.
+    const QString numberFile = qEnvironmentVariable("TMPDIR") + QStringLiteral("/private-display");
+    QProcess server;
+    server.start(QStringLiteral("sh"),
+                 {QStringLiteral("-c"),
+                  QStringLiteral("exec Xvfb -noreset -displayfd 3 -screen 0 320x200x24 "
+                                 "-nolisten tcp 3>'%1' 2>/dev/null")
+                      .arg(numberFile)});
+    QByteArray number;
+    ASSERT_TRUE(waitUntil([&] {
+        QFile file(numberFile);
+        number = file.open(QIODevice::ReadOnly) ? file.readLine().trimmed() : QByteArray();
+        return !number.isEmpty();
+    }));
+
+    Recording recording;
+    X11ScreenVideoBackend other(":" + number);
+    ASSERT_EQ(other.unavailableReason(), QString());
+    auto source = other.createSource();
+    ASSERT_TRUE(source->start({QRect(0, 0, 320, 200)}, recording.frames(), recording.stops()).ok());
+    ASSERT_TRUE(recording.waitForFrames(3));
+    server.terminate();
+    ASSERT_TRUE(server.waitForFinished());
+    ASSERT_TRUE(waitUntil([&] { return !recording.stopReasons().isEmpty(); }));
+    source->stop();
+    EXPECT_EQ(recording.stopReasons(),
+              QStringList{QStringLiteral("The connection to the X display was lost.")});
 }
 
 // Runs last: it takes the second monitor away and puts it back.
