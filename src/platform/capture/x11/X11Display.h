@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/capture/x11/XcbHandles.h"
+#include "platform/xcb/XcbHandles.h"
 
 #include <QByteArray>
 #include <QRect>

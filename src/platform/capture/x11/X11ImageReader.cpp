@@ -1,7 +1,7 @@
 #include "platform/capture/x11/X11ImageReader.h"
 
-#include <sys/ipc.h>
-#include <sys/shm.h>
+#include "platform/xcb/ShmSegment.h"
+
 #include <xcb/shm.h>
 
 namespace qm::platform::x11 {
@@ -19,55 +19,6 @@ void copyRow(const uint32_t* __restrict src, uint32_t* __restrict dst, int count
 }
 
 } // namespace
-
-// A System V shared-memory segment attached both here and in the server.
-class ShmSegment {
-public:
-    static std::unique_ptr<ShmSegment> create(xcb_connection_t* c, std::size_t size) {
-        const int id = shmget(IPC_PRIVATE, size, IPC_CREAT | 0600);
-        if (id < 0)
-            return nullptr;
-        void* address = shmat(id, nullptr, 0);
-        if (address == reinterpret_cast<void*>(-1)) {
-            shmctl(id, IPC_RMID, nullptr);
-            return nullptr;
-        }
-        std::unique_ptr<ShmSegment> segment(
-            new ShmSegment(c, static_cast<uint8_t*>(address), size));
-        segment->m_seg = xcb_generate_id(c);
-        const bool attached = check(c, xcb_shm_attach_checked(c, segment->m_seg, id, 0));
-        // Marked for removal now that both sides hold it: it goes away with the last detach,
-        // even if this process dies.
-        shmctl(id, IPC_RMID, nullptr);
-        if (!attached) {
-            segment->m_seg = 0;
-            return nullptr;
-        }
-        return segment;
-    }
-    ~ShmSegment() {
-        if (m_seg)
-            xcb_shm_detach(m_c, m_seg);
-        shmdt(m_data);
-    }
-    ShmSegment(const ShmSegment&) = delete;
-    ShmSegment& operator=(const ShmSegment&) = delete;
-
-    xcb_shm_seg_t id() const { return m_seg; }
-    const uint8_t* data() const { return m_data; }
-    std::size_t size() const { return m_size; }
-
-private:
-    ShmSegment(xcb_connection_t* c, uint8_t* data, std::size_t size)
-        : m_c(c)
-        , m_data(data)
-        , m_size(size) {}
-
-    xcb_connection_t* m_c;
-    uint8_t* m_data;
-    std::size_t m_size;
-    xcb_shm_seg_t m_seg = 0;
-};
 
 X11ImageReader::X11ImageReader(X11Display& display)
     : m_display(display) {

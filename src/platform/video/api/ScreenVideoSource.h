@@ -22,7 +22,9 @@ struct VideoFrame {
 };
 
 // What to record: an area of the desktop in device pixels (X root coordinates, top-left
-// origin), at a steady rate, with or without the pointer drawn in.
+// origin), at a steady rate, with or without the pointer drawn in. The area is clipped to the
+// desktop, and frames have the clipped size (odd sizes included: making them even for the
+// encoder is the recorder's choice).
 struct ScreenVideoRequest {
     QRect area;
     int fps = 30;
@@ -40,11 +42,15 @@ public:
 
     virtual ~ScreenVideoSource() = default;
 
-    // Starts the stream; fails with a reason when the area cannot be recorded at all.
-    virtual Status start(const ScreenVideoRequest& request, FrameSink onFrame, StopSink onStopped) = 0;
+    // Starts the stream; fails with a reason when the area cannot be recorded at all (empty,
+    // under 2 × 2 pixels once clipped, off the desktop or on no monitor), or a stream of this
+    // source still runs. A source whose stream ended can be started again.
+    virtual Status start(const ScreenVideoRequest& request, FrameSink onFrame,
+                         StopSink onStopped) = 0;
     // Ends the stream and waits until no callback runs any more. Safe to call twice.
     virtual void stop() = 0;
-    // Frames the source could not take on time (the grab itself fell behind the clock).
+    // Frames the source could not take on time (the grab itself fell behind the clock, or
+    // the frame callback held the stream up), counted since the last start.
     virtual std::uint64_t missedFrames() const = 0;
 };
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// Owners for what xcb hands out, and the few helpers every part of the X11 capture backend
+// Owners for what xcb hands out, and the few helpers every X11 backend (capture, recording)
 // uses to ask the server.
 
 #include <cstdint>
