@@ -13,8 +13,8 @@ namespace qm::media {
 enum class AudioTrack { System, Microphone };
 
 struct MovieSettings {
-    QSize size;    // even width and height, at least 2 × 2
-    int fps = 30;  // frames per second the video track is timed in
+    QSize size;   // even width and height, at least 2 × 2
+    int fps = 30; // frames per second the video track is timed in
     bool systemAudio = false;
     bool microphone = false;
     QString x264Preset = QStringLiteral("veryfast");
@@ -32,7 +32,8 @@ std::int64_t videoBitRate(QSize size);
 class MovieWriter {
 public:
     // Creates the file exclusively (an existing file is an error, never replaced).
-    static Result<std::unique_ptr<MovieWriter>> create(const QString& path, const MovieSettings& settings);
+    static Result<std::unique_ptr<MovieWriter>> create(const QString& path,
+                                                       const MovieSettings& settings);
     virtual ~MovieWriter() = default;
 
     // BGRX pixels of exactly settings.size. A frame whose time falls on the same frame slot as
