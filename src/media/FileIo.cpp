@@ -3,6 +3,7 @@
 #include "media/Av.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
@@ -34,6 +35,12 @@ Result<std::unique_ptr<FileSink>> FileSink::createExclusive(const QString& path)
     const int fd = ::open(name.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (fd < 0)
         return failure(av::describeErrno(errno));
+    // The new name itself must survive a power loss, not only what is written under it.
+    const QByteArray folder = QFile::encodeName(QFileInfo(path).absolutePath());
+    if (const int dir = ::open(folder.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); dir >= 0) {
+        ::fsync(dir);
+        ::close(dir);
+    }
     std::unique_ptr<FileSink> sink(new FileSink(fd));
     auto* buffer = static_cast<unsigned char*>(av_malloc(kBufferSize));
     if (buffer)

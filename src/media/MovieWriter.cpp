@@ -177,6 +177,8 @@ Status FragmentedMovie::writeVideo(const std::uint8_t* pixels, int bytesPerLine,
         return *m_failure;
     if (m_finished)
         return failure(QStringLiteral("the recording is already finished"));
+    if (!pixels || bytesPerLine < 4 * m_video->context()->width)
+        return failure(QStringLiteral("the screen frame does not match the recorded size"));
     const auto slot = std::int64_t(std::llround(double(t.count()) * m_fps / 1e9));
     if (slot < 0 || (m_lastSlot && slot <= *m_lastSlot))
         return {};

@@ -40,7 +40,8 @@ public:
     // the previous one is skipped (returns ok).
     virtual Status writeVideo(const std::uint8_t* pixels, int bytesPerLine, MediaTime t) = 0;
     // Interleaved stereo floats at 48 kHz. Sound that arrives late or early by more than a
-    // little is lined up with its time again (silence fills a gap, an overlap is cut).
+    // little (20 ms) is lined up with its time again (silence fills a gap, an overlap is cut).
+    // The first 21 ms of each track are the AAC encoder's start-up and hold no sound.
     virtual Status writeAudio(AudioTrack track, const float* samples, int frames, MediaTime t) = 0;
     // Flushes the encoders and closes the file; the writer accepts nothing afterwards.
     virtual Status finish() = 0;

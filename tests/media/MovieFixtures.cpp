@@ -88,10 +88,6 @@ QJsonArray probeStreams(const QString& path) {
     return probe(path, {QStringLiteral("-show_streams")})[QLatin1String("streams")].toArray();
 }
 
-QJsonObject probeFormat(const QString& path) {
-    return probe(path, {QStringLiteral("-show_format")})[QLatin1String("format")].toObject();
-}
-
 std::vector<PacketTime> probePackets(const QString& path, const QString& streamSpecifier) {
     const QJsonArray packets =
         probe(path,

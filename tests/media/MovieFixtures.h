@@ -29,9 +29,8 @@ std::vector<float> tone(double hz, int frames, float amplitude = 0.5f);
 void feed(media::MovieWriter& writer, int width, int height, MediaTime from, MediaTime to,
           double systemHz, double micHz, bool system, bool microphone, int fps = 30);
 
-// ffprobe's -show_streams and -show_format, as JSON.
+// ffprobe's -show_streams, as JSON.
 QJsonArray probeStreams(const QString& path);
-QJsonObject probeFormat(const QString& path);
 // The presentation time and duration of every packet of the stream, in seconds.
 struct PacketTime {
     double pts = 0;
