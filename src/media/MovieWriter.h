@@ -13,8 +13,8 @@ namespace qm::media {
 enum class AudioTrack { System, Microphone };
 
 struct MovieSettings {
-    QSize size;    // even width and height, at least 2 × 2
-    int fps = 30;  // frames per second the video track is timed in
+    QSize size;   // even width and height, at least 2 × 2
+    int fps = 30; // frames per second the video track is timed in
     bool systemAudio = false;
     bool microphone = false;
     QString x264Preset = QStringLiteral("veryfast");
@@ -32,14 +32,16 @@ std::int64_t videoBitRate(QSize size);
 class MovieWriter {
 public:
     // Creates the file exclusively (an existing file is an error, never replaced).
-    static Result<std::unique_ptr<MovieWriter>> create(const QString& path, const MovieSettings& settings);
+    static Result<std::unique_ptr<MovieWriter>> create(const QString& path,
+                                                       const MovieSettings& settings);
     virtual ~MovieWriter() = default;
 
     // BGRX pixels of exactly settings.size. A frame whose time falls on the same frame slot as
     // the previous one is skipped (returns ok).
     virtual Status writeVideo(const std::uint8_t* pixels, int bytesPerLine, MediaTime t) = 0;
     // Interleaved stereo floats at 48 kHz. Sound that arrives late or early by more than a
-    // little is lined up with its time again (silence fills a gap, an overlap is cut).
+    // little (20 ms) is lined up with its time again (silence fills a gap, an overlap is cut).
+    // The first 21 ms of each track are the AAC encoder's start-up and hold no sound.
     virtual Status writeAudio(AudioTrack track, const float* samples, int frames, MediaTime t) = 0;
     // Flushes the encoders and closes the file; the writer accepts nothing afterwards.
     virtual Status finish() = 0;
