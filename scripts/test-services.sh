@@ -15,11 +15,17 @@ trap cleanup EXIT
 eval "$(echo -n ci-pass | gnome-keyring-daemon --unlock --components=secrets 2>/dev/null)" || true
 [ -n "${GNOME_KEYRING_CONTROL:-}" ] && pids+=("$(pgrep -n gnome-keyring-d)")
 
+# A sound server with two silent outputs. ci_sink is the default output: its monitor is the
+# "system sound". Whatever plays into ci_voice comes out of ci_mic, the default input: a real
+# source (a remap), not a monitor, so it counts as a microphone.
 pulseaudio -n --daemonize=no --exit-idle-time=-1 --use-pid-file=no --log-target=stderr \
-    -L module-native-protocol-unix -L "module-null-sink sink_name=ci_sink" \
-    -L "module-remap-source master=ci_sink.monitor source_name=ci_mic" 2>/dev/null &
+    -L module-native-protocol-unix \
+    -L "module-null-sink sink_name=ci_sink" -L "module-null-sink sink_name=ci_voice" \
+    -L "module-remap-source master=ci_voice.monitor source_name=ci_mic" 2>/dev/null &
 pids+=($!)
 export PULSE_SERVER=unix:$runtime/pulse/native
 for _ in $(seq 100); do pactl info >/dev/null 2>&1 && break; sleep 0.1; done
+pactl set-default-sink ci_sink 2>/dev/null
+pactl set-default-source ci_mic 2>/dev/null
 
 "$@"

@@ -24,9 +24,12 @@ struct AudioChunk {
     MediaTime pts{}; // when the first frame of the block was heard, on the media clock
 };
 
-// A running recording of one input. Chunks arrive on the backend's own thread; the callback
-// must return quickly. `onStopped` runs at most once when the stream ends by itself (the
-// sound server went away), never after `stop()` returned.
+// A recording of one input, opened but silent until `start`. Chunks arrive on the backend's
+// own thread, their stamps strictly increasing; the callback must return quickly (copy what
+// it needs). `onStopped` runs at most once, on that thread, when the stream ends by itself
+// (the sound server went away, the microphone was unplugged), with a sentence saying why; it
+// never runs after `stop()` returned. Neither callback may call `stop()` or destroy the
+// stream: hand the news to another thread.
 class AudioStream {
 public:
     using ChunkSink = std::function<void(const AudioChunk&)>;
@@ -34,7 +37,8 @@ public:
 
     virtual ~AudioStream() = default;
     virtual Status start(ChunkSink onChunk, StopSink onStopped) = 0;
-    // Ends the stream and waits until no callback runs any more. Safe to call twice.
+    // Ends the stream and waits until no callback runs any more. Safe to call twice, and
+    // without `start`. Destroying the stream stops it.
     virtual void stop() = 0;
 };
 

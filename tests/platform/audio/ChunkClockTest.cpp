@@ -1,0 +1,80 @@
+#include "platform/audio/pulse/ChunkClock.h"
+
+#include <gtest/gtest.h>
+#include <random>
+
+using namespace qm;
+using namespace qm::platform;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr int kRate = 48000;
+constexpr int kBlock = 480; // 10 ms
+constexpr MediaTime kBlockTime = 10ms;
+
+// Blocks whose measured starts scatter by up to ±4 ms around the truth get stamps that are
+// evenly spaced by their length and stay close to the truth.
+TEST(ChunkClockTest, JitteryMeasurementsGiveEvenStampsNearTheTruth) {
+    ChunkClock clock(kRate);
+    std::mt19937 random(7);
+    std::uniform_int_distribution<int> jitterUs(-4000, 4000);
+    const MediaTime origin = 1000s;
+    MediaTime previous{};
+    for (int i = 0; i < 500; ++i) {
+        const MediaTime truth = origin + i * kBlockTime;
+        const MediaTime pts =
+            clock.stamp(truth + std::chrono::microseconds(jitterUs(random)), kBlock);
+        if (i > 0) {
+            EXPECT_NEAR(double((pts - previous).count()), double(kBlockTime.count()), 500'000.0)
+                << "block " << i;
+        }
+        if (i >= 50) { // after settling
+            EXPECT_LT(std::chrono::abs(pts - truth), 2ms) << "block " << i;
+        }
+        previous = pts;
+    }
+}
+
+// A device whose clock runs 0.2 % fast delivers its blocks ever earlier than the sample count
+// says; after ten seconds the stamps still follow it within a couple of milliseconds, and a
+// slow one the same.
+TEST(ChunkClockTest, FollowsADeviceClockThatDrifts) {
+    for (const double rate : {1.002, 0.998}) {
+        ChunkClock clock(kRate);
+        const MediaTime origin = 50s;
+        MediaTime pts{};
+        MediaTime truth{};
+        for (int i = 0; i < 1000; ++i) {
+            truth = origin + MediaTime(std::int64_t(double(i * kBlockTime.count()) / rate));
+            pts = clock.stamp(truth, kBlock);
+        }
+        EXPECT_LT(std::chrono::abs(pts - truth), 2ms) << "device rate " << rate;
+    }
+}
+
+// Sound lost for 200 ms: the block after the hole is stamped where it was heard. A measurement
+// that jumps back is never followed backwards: stamps only increase.
+TEST(ChunkClockTest, JumpsOverLostSoundAndNeverGoesBack) {
+    ChunkClock clock(kRate);
+    const MediaTime origin = 10s;
+    for (int i = 0; i < 10; ++i)
+        clock.stamp(origin + i * kBlockTime, kBlock);
+    const MediaTime afterHole = origin + 10 * kBlockTime + 200ms;
+    EXPECT_EQ(clock.stamp(afterHole, kBlock), afterHole);
+
+    MediaTime last = afterHole;
+    for (int i = 1; i < 20; ++i) {
+        const MediaTime pts = clock.stamp(afterHole - 300ms, kBlock);
+        EXPECT_GT(pts, last) << "block " << i;
+        last = pts;
+    }
+    // Tiny blocks whose measurements fall behind still advance.
+    for (int i = 0; i < 10; ++i) {
+        const MediaTime pts = clock.stamp(origin, 1);
+        EXPECT_GT(pts, last);
+        last = pts;
+    }
+}
+
+} // namespace
