@@ -31,11 +31,14 @@ double distance(QPoint a, QPoint b) {
     return std::hypot(a.x() - b.x(), a.y() - b.y());
 }
 
+// Clicks and screen reads are in device pixels; on a scaled screen the ripple grows with it.
 TEST_F(RecorderUi, EachClickRipplesAtThePointerAndLeavesNothingBehind) {
     Compositor compositor;
     ASSERT_TRUE(compositor.ok());
-    TargetWindow below(QRect(100, 100, 800, 600));
+    TargetWindow below(QRect(50, 50, 800, 500));
     ASSERT_TRUE(waitUntil([&] { return below.isExposed(); }));
+    const double scale = QGuiApplication::primaryScreen()->devicePixelRatio();
+    const int reach = int(30 * scale);
 
     ManualClock clock;
     platform::X11ClickSource clicks;
@@ -48,7 +51,7 @@ TEST_F(RecorderUi, EachClickRipplesAtThePointerAndLeavesNothingBehind) {
     const QPoint first(300, 250), second(600, 450);
     ASSERT_TRUE(clickAt(first));
     ASSERT_TRUE(waitUntil([&] { return view->rippleCount() == 1; }));
-    // A ninth of the way: the ring has grown to about 12 px radius and is still strong.
+    // A ninth of the way: the ring has grown to about 12 points radius and is still strong.
     clock.advance(50ms);
     ASSERT_TRUE(clickAt(second));
     ASSERT_TRUE(waitUntil([&] { return view->rippleCount() == 2; }));
@@ -58,16 +61,16 @@ TEST_F(RecorderUi, EachClickRipplesAtThePointerAndLeavesNothingBehind) {
     // is tinted, and the second, younger ripple is a smaller ring of its own.
     Darkest ring;
     ASSERT_TRUE(waitUntil([&] {
-        ring = darkestIn(screenPixels(), around(first, 30));
-        return ring.red < 190 && std::abs(distance(ring.at, first) - 11.8) < 2.5;
+        ring = darkestIn(screenPixels(), around(first, reach));
+        return ring.red < 190 && std::abs(distance(ring.at, first) - 11.8 * scale) < 2.5 * scale;
     })) << "darkest "
         << ring.red << " at " << distance(ring.at, first) << " px from the click";
     const QImage shown = screenPixels();
     EXPECT_LT(shown.pixelColor(first).red(), 250);
     EXPECT_GT(shown.pixelColor(first).red(), 190);
-    const Darkest young = darkestIn(shown, around(second, 30));
+    const Darkest young = darkestIn(shown, around(second, reach));
     EXPECT_LT(young.red, 190);
-    EXPECT_LT(distance(young.at, second), 8);
+    EXPECT_LT(distance(young.at, second), 8 * scale);
     EXPECT_EQ(darkestIn(shown, QRect(450, 150, 60, 60)).red, 255) << "a ripple out of place";
 
     // When the run is over the ripples are gone, from the window and from the screen.
@@ -75,8 +78,8 @@ TEST_F(RecorderUi, EachClickRipplesAtThePointerAndLeavesNothingBehind) {
     ASSERT_TRUE(waitUntil([&] { return view->rippleCount() == 0; }));
     EXPECT_TRUE(waitUntil([&] {
         const QImage after = screenPixels();
-        return darkestIn(after, around(first, 30)).red == 255 &&
-               darkestIn(after, around(second, 30)).red == 255;
+        return darkestIn(after, around(first, reach)).red == 255 &&
+               darkestIn(after, around(second, reach)).red == 255;
     }));
 
     // Closed: clicks draw nothing.
@@ -124,13 +127,43 @@ TEST_F(RecorderUi, ClickHighlightsSayWhyWithoutClicks) {
     EXPECT_FALSE(highlights.window());
 }
 
-TEST(ClickHighlightMapping, DesktopPixelsBecomePointsOfTheScreen) {
-    QScreen* screen = QGuiApplication::primaryScreen();
-    const double scale = screen->devicePixelRatio();
-    const QPointF origin = screen->geometry().topLeft();
-    EXPECT_EQ(ClickHighlightController::logicalPoint(screen, origin.toPoint()), origin);
-    EXPECT_EQ(ClickHighlightController::logicalPoint(screen, QPoint(300, 120)),
-              origin + (QPointF(300, 120) - origin) / scale);
+// Clicks arrive in desktop pixels; on a second monitor at its own scale Qt's points have a gap
+// at the seam, and the ripple must still land under the pointer.
+TEST_F(RecorderUi, RippleOnASecondMonitorOfItsOwnScaleLandsUnderThePointer) {
+    const QList<QScreen*> screens = QGuiApplication::screens();
+    if (screens.size() < 2)
+        GTEST_SKIP() << "needs two monitors";
+    QScreen* second = screens[1];
+    const QPoint origin = second->geometry().topLeft(); // in pixels as in points
+    const double scale = second->devicePixelRatio();
+    TargetWindow below(QRect(origin + QPoint(100, 100), QSize(400, 300)));
+    ASSERT_TRUE(waitUntil([&] { return below.isExposed(); }));
+
+    ManualClock clock;
+    platform::X11ClickSource clicks;
+    ClickHighlightController highlights(clicks, clock.function());
+    ASSERT_TRUE(highlights.show(second).ok());
+    RippleView* view = highlights.window();
+
+    const QPoint pixel = origin + QPoint(380, 400); // on the desktop
+    ASSERT_TRUE(clickAt(pixel));
+    ASSERT_TRUE(waitUntil([&] { return view->rippleCount() == 1; }));
+    clock.advance(50ms);
+    view->advance();
+    const QPoint inScreen = pixel - origin; // the second screen's own picture starts there
+    Darkest ring;
+    ASSERT_TRUE(waitUntil([&] {
+        ring = darkestIn(second->grabWindow(0).toImage(), around(inScreen, int(30 * scale)));
+        return ring.red < 120 && std::abs(distance(ring.at, inScreen) - 11.8 * scale) < 3 * scale;
+    })) << "darkest "
+        << ring.red << " at " << distance(ring.at, inScreen) << " px";
+
+    // A click on the first monitor is not this screen's.
+    ASSERT_TRUE(clickAt(QPoint(200, 200)));
+    ASSERT_TRUE(clickAt(pixel + QPoint(10, 10)));
+    // Clicks arrive in order: once the second screen's shows, the other one has been seen.
+    ASSERT_TRUE(waitUntil([&] { return view->rippleCount() >= 2; }));
+    EXPECT_EQ(view->rippleCount(), 2);
 }
 
 } // namespace

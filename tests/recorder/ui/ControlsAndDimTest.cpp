@@ -134,5 +134,35 @@ TEST_F(RecorderUi, WithoutCompositingOnlyTheOutlineIsDrawn) {
     EXPECT_TRUE(waitUntil([&] { return below.presses == 1; })) << "the outline took the click";
 }
 
+TEST_F(RecorderUi, OnTwoMonitorsTheDimmingCoversBothAndTheBarMovesAcross) {
+    const QList<QScreen*> screens = QGuiApplication::screens();
+    if (screens.size() < 2)
+        GTEST_SKIP() << "needs two monitors";
+    QScreen* first = screens[0];
+    QScreen* second = screens[1];
+
+    // An area across the seam darkens both screens, each around its own part of the hole.
+    const QRect area(first->geometry().right() - 199, 300, 400, 300);
+    RecordingDimOverlay dim;
+    dim.show(area);
+    ASSERT_EQ(dim.windows().size(), 2u);
+    for (DimView* view : dim.windows()) {
+        ASSERT_TRUE(shown(view));
+        QScreen* screen = view->screen();
+        EXPECT_EQ(view->geometry(), screen->geometry());
+        EXPECT_EQ(view->hole(), area.translated(-screen->geometry().topLeft()));
+    }
+
+    // The whole first screen recorded: the bar goes to the bottom of the second.
+    RecordingControlsController controls;
+    ASSERT_TRUE(controls.show(
+        first->geometry(), screens, [] {}, [](bool) {}));
+    ASSERT_TRUE(shown(controls.panel()));
+    const QRect bar = controls.panel()->frameGeometry();
+    EXPECT_TRUE(second->availableGeometry().contains(bar));
+    EXPECT_EQ(controls.panel()->screen(), second);
+    EXPECT_EQ(bar.bottom(), second->availableGeometry().bottom() - 24);
+}
+
 } // namespace
 } // namespace qm::test
