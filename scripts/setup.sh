@@ -9,6 +9,7 @@ packages=(
   qt6-base-dev qt6-base-dev-tools qt6-svg-dev qt6-multimedia-dev libqt6svg6 qt6-qpa-plugins
   libgl-dev libvulkan-dev
   libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libswresample-dev libx264-dev
+  libavdevice-dev
   libpulse-dev libtesseract-dev tesseract-ocr-eng libsecret-1-dev
   libxcb1-dev libxcb-shm0-dev libxcb-xfixes0-dev libxcb-keysyms1-dev libxcb-randr0-dev
   libxcb-composite0-dev libxcb-xinput-dev libxcb-xkb-dev libxcb-ewmh-dev libxcb-icccm4-dev
