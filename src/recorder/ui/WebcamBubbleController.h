@@ -36,7 +36,8 @@ private:
 
 // The webcam bubble of a recording: the camera in a circle at the bottom-right corner of the
 // recorded area, on screen and therefore in the movie. Opening and stopping the camera take
-// time and run off the GUI thread; without a camera nothing is shown, and the log says so once.
+// time and run off the GUI thread; without a camera nothing is shown, and the log says so
+// once per controller, so make one per recording.
 class WebcamBubbleController final : public QObject {
     Q_OBJECT
 public:

@@ -79,9 +79,23 @@ TEST(CameraStream, SaysOnceWhenTheCameraEndsByItself) {
     auto opened = openPattern(QStringLiteral("color=c=blue:size=16x16:rate=25:duration=0.2"));
     ASSERT_TRUE(opened.ok()) << opened.error().reason.toStdString();
     Received received;
-    startInto(**opened, received);
+    qm::platform::CameraStream& stream = **opened;
+    const auto started = stream.start(
+        [&](const QImage&) {
+            std::lock_guard guard(received.lock);
+            ++received.frames;
+        },
+        [&](const QString& reason) {
+            {
+                std::lock_guard guard(received.lock);
+                received.reason = reason;
+                ++received.stops;
+            }
+            stream.stop(); // from the camera's own thread: must not wait for itself
+        });
+    ASSERT_TRUE(started.ok());
     ASSERT_TRUE(qm::test::waitUntil([&] { return received.stopCount() == 1; }));
-    opened.value()->stop();
+    stream.stop();
     EXPECT_EQ(received.stopCount(), 1);
     EXPECT_GT(received.frameCount(), 0);
     EXPECT_FALSE(received.reason.isEmpty());

@@ -48,33 +48,38 @@ public:
     Stream(std::unique_ptr<AVFormatContext, InputCloser> input,
            std::unique_ptr<AVCodecContext, CodecFree> decoder, int streamIndex,
            std::shared_ptr<std::atomic<bool>> stopping)
-        : m_input(std::move(input))
+        : m_stopping(std::move(stopping))
+        , m_input(std::move(input))
         , m_decoder(std::move(decoder))
-        , m_streamIndex(streamIndex)
-        , m_stopping(std::move(stopping)) {}
+        , m_streamIndex(streamIndex) {}
 
     ~Stream() override { stop(); }
 
     Status start(FrameSink onFrame, StopSink onStopped) override {
         std::lock_guard lock(m_control);
-        if (m_thread.joinable() || m_stopping->load())
-            return failure(QStringLiteral("The camera is already in use by this recording"));
+        if (m_stopping->load())
+            return failure(QStringLiteral("The camera has been stopped"));
+        if (m_thread.joinable())
+            return failure(QStringLiteral("The camera is already running"));
         m_thread = std::thread([this, onFrame = std::move(onFrame),
                                 onStopped = std::move(onStopped)] { run(onFrame, onStopped); });
         return {};
     }
 
     void stop() override {
-        std::lock_guard lock(m_control);
         // Also breaks a read waiting in FFmpeg; a camera hands over a picture every few dozen
         // milliseconds, so a read waiting in the driver ends as soon.
         m_stopping->store(true);
+        if (std::this_thread::get_id() == m_runner.load())
+            return; // asked from a callback: the thread ends when it returns, joined later
+        std::lock_guard lock(m_control);
         if (m_thread.joinable())
             m_thread.join();
     }
 
 private:
     void run(const FrameSink& onFrame, const StopSink& onStopped) {
+        m_runner.store(std::this_thread::get_id());
         std::unique_ptr<AVPacket, PacketFree> packet(av_packet_alloc());
         std::unique_ptr<AVFrame, FrameFree> frame(av_frame_alloc());
         std::unique_ptr<SwsContext, ScalerFree> scaler;
@@ -120,11 +125,13 @@ private:
         return image;
     }
 
+    // The input's interrupt callback reads this flag, so it outlives the input.
+    std::shared_ptr<std::atomic<bool>> m_stopping;
     std::unique_ptr<AVFormatContext, InputCloser> m_input;
     std::unique_ptr<AVCodecContext, CodecFree> m_decoder;
     int m_streamIndex;
-    std::shared_ptr<std::atomic<bool>> m_stopping;
     std::mutex m_control;
+    std::atomic<std::thread::id> m_runner{};
     std::thread m_thread;
 };
 

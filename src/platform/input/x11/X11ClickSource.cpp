@@ -37,9 +37,12 @@ public:
                          [this] { drain(); });
         drain(); // events read while setting up would not wake the notifier
     }
+    ~X11ClickWatch() override { *m_alive = false; }
 
 private:
     void drain() {
+        // The sink may end the watch; nothing of this object is touched after that.
+        const std::shared_ptr<bool> alive = m_alive;
         xcb_connection_t* c = m_connection.get();
         while (xcb_generic_event_t* raw = xcb_poll_for_event(c)) {
             std::unique_ptr<xcb_generic_event_t, ReplyFree<xcb_generic_event_t>> event(raw);
@@ -60,6 +63,8 @@ private:
             click.position = QPoint(pointer->root_x, pointer->root_y);
             click.button = press->detail == kLeftButton ? ClickButton::Left : ClickButton::Right;
             m_sink(click);
+            if (!*alive)
+                return;
         }
         if (xcb_connection_has_error(c))
             m_notifier.setEnabled(false);
@@ -70,6 +75,7 @@ private:
     std::uint8_t m_opcode;
     ClickSourceBackend::ClickSink m_sink;
     QSocketNotifier m_notifier;
+    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true);
 };
 
 } // namespace

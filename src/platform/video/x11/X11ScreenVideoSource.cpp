@@ -184,7 +184,8 @@ X11ScreenVideoSource::~X11ScreenVideoSource() {
 
 Status X11ScreenVideoSource::start(const ScreenVideoRequest& request, FrameSink onFrame,
                                    StopSink onStopped) {
-    if (m_stream && !m_stream->finished && !m_stream->stopRequested)
+    if (m_stream && ((!m_stream->finished && !m_stream->stopRequested) ||
+                     m_stream->thread.get_id() == std::this_thread::get_id()))
         return failure(QStringLiteral("The screen is already being recorded."));
     stop(); // clears away a stream that ended by itself
     if (request.fps < 1 || request.fps > 240)

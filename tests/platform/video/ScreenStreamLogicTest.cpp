@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 #include <vector>
 
-// The parts of the screen stream that need no display: its schedule, drawing the pointer and
+// The pieces of the screen stream that need no display: its schedule, drawing the pointer and
 // the reasons given when a stream cannot be made.
 
 namespace qm::platform {
