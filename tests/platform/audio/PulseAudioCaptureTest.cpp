@@ -183,8 +183,8 @@ TEST(PulseAudioCaptureTest, SystemSoundAndMicrophoneAreKeptApart) {
 }
 
 // Over two seconds each block starts where the last one ended, the sample count keeps pace
-// with the media clock (a stream at another rate would not), and every block is stamped just
-// before it arrived.
+// with the media clock (a stream at another rate would not), and every block is stamped close
+// to when it arrived.
 TEST(PulseAudioCaptureTest, StampsAdvanceWithTheSamples) {
     NEEDS_SOUND_SERVER();
     auto system = Recording::of(AudioInput::SystemOutput);
@@ -196,8 +196,9 @@ TEST(PulseAudioCaptureTest, StampsAdvanceWithTheSamples) {
     for (std::size_t i = 1; i < blocks.size(); ++i) {
         const MediaTime end = blocks[i - 1].pts + framesToTime(blocks[i - 1].frames);
         EXPECT_LT(std::chrono::abs(blocks[i].pts - end), 1ms) << "block " << i;
-        EXPECT_LT(blocks[i].pts, blocks[i].arrived) << "block " << i << " stamped in the future";
-        EXPECT_LT(blocks[i].arrived - blocks[i].pts, 100ms) << "block " << i;
+        // A monitor may hand sound over a little before its output plays it, so a stamp can
+        // lie just after the arrival.
+        EXPECT_LT(std::chrono::abs(blocks[i].arrived - blocks[i].pts), 100ms) << "block " << i;
     }
     const MediaTime counted = framesToTime(blocks.back().firstFrame);
     EXPECT_LT(std::chrono::abs(blocks.back().pts - blocks.front().pts - counted), 3ms);
