@@ -27,5 +27,12 @@ export PULSE_SERVER=unix:$runtime/pulse/native
 for _ in $(seq 100); do pactl info >/dev/null 2>&1 && break; sleep 0.1; done
 pactl set-default-sink ci_sink 2>/dev/null
 pactl set-default-source ci_mic 2>/dev/null
+# Keep both outputs running in 10 ms steps, as a sound card does. Left to itself a silent
+# output renders two seconds ahead, and a recording that starts then hears nothing, not even
+# what is played meanwhile, for up to those two seconds.
+for sink in ci_sink ci_voice; do
+    parec --device=$sink.monitor --latency-msec=10 --raw >/dev/null 2>&1 &
+    pids+=($!)
+done
 
 "$@"

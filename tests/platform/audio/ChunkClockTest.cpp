@@ -13,43 +13,30 @@ constexpr int kRate = 48000;
 constexpr int kBlock = 480; // 10 ms
 constexpr MediaTime kBlockTime = 10ms;
 
-// Blocks whose measured starts scatter by up to ±4 ms around the truth get stamps that are
-// evenly spaced by their length and stay close to the truth.
-TEST(ChunkClockTest, JitteryMeasurementsGiveEvenStampsNearTheTruth) {
-    ChunkClock clock(kRate);
-    std::mt19937 random(7);
-    std::uniform_int_distribution<int> jitterUs(-4000, 4000);
-    const MediaTime origin = 1000s;
-    MediaTime previous{};
-    for (int i = 0; i < 500; ++i) {
-        const MediaTime truth = origin + i * kBlockTime;
-        const MediaTime pts =
-            clock.stamp(truth + std::chrono::microseconds(jitterUs(random)), kBlock);
-        if (i > 0) {
-            EXPECT_NEAR(double((pts - previous).count()), double(kBlockTime.count()), 500'000.0)
-                << "block " << i;
-        }
-        if (i >= 50) { // after settling
-            EXPECT_LT(std::chrono::abs(pts - truth), 2ms) << "block " << i;
-        }
-        previous = pts;
-    }
-}
-
-// A device whose clock runs 0.2 % fast delivers its blocks ever earlier than the sample count
-// says; after ten seconds the stamps still follow it within a couple of milliseconds, and a
-// slow one the same.
-TEST(ChunkClockTest, FollowsADeviceClockThatDrifts) {
-    for (const double rate : {1.002, 0.998}) {
+// Measured starts scatter by up to ±4 ms around the truth, from a device whose clock is exact,
+// 0.2 % fast or 0.2 % slow. The stamps are spaced by the block length (give or take the pull)
+// and, once settled, stay within 2 ms of the truth over ten seconds.
+TEST(ChunkClockTest, JitteryMeasurementsGiveEvenStampsThatFollowTheDevice) {
+    for (const double rate : {1.0, 1.002, 0.998}) {
         ChunkClock clock(kRate);
-        const MediaTime origin = 50s;
-        MediaTime pts{};
-        MediaTime truth{};
+        std::mt19937 random(7);
+        std::uniform_int_distribution<int> jitterUs(-4000, 4000);
+        const MediaTime origin = 1000s;
+        MediaTime previous{};
         for (int i = 0; i < 1000; ++i) {
-            truth = origin + MediaTime(std::int64_t(double(i * kBlockTime.count()) / rate));
-            pts = clock.stamp(truth, kBlock);
+            const MediaTime truth =
+                origin + MediaTime(std::int64_t(double(i * kBlockTime.count()) / rate));
+            const MediaTime pts =
+                clock.stamp(truth + std::chrono::microseconds(jitterUs(random)), kBlock);
+            if (i > 0) {
+                EXPECT_LE(std::chrono::abs(pts - previous - kBlockTime), ChunkClock::kMaxPull)
+                    << "rate " << rate << ", block " << i;
+            }
+            if (i >= 100) {
+                EXPECT_LT(std::chrono::abs(pts - truth), 2ms) << "rate " << rate << ", block " << i;
+            }
+            previous = pts;
         }
-        EXPECT_LT(std::chrono::abs(pts - truth), 2ms) << "device rate " << rate;
     }
 }
 

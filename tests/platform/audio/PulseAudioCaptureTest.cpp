@@ -1,5 +1,4 @@
 #include "TestSupport.h"
-#include "platform/audio/null/NullAudioCaptureBackend.h"
 #include "platform/audio/pulse/PulseAudioCaptureBackend.h"
 
 #include <QProcess>
@@ -183,8 +182,8 @@ TEST(PulseAudioCaptureTest, SystemSoundAndMicrophoneAreKeptApart) {
 }
 
 // Over two seconds each block starts where the last one ended, the sample count keeps pace
-// with the media clock (a stream at another rate would not), and every block is stamped just
-// before it arrived.
+// with the media clock (a stream at another rate would not), and every block is stamped close
+// to when it arrived.
 TEST(PulseAudioCaptureTest, StampsAdvanceWithTheSamples) {
     NEEDS_SOUND_SERVER();
     auto system = Recording::of(AudioInput::SystemOutput);
@@ -196,8 +195,9 @@ TEST(PulseAudioCaptureTest, StampsAdvanceWithTheSamples) {
     for (std::size_t i = 1; i < blocks.size(); ++i) {
         const MediaTime end = blocks[i - 1].pts + framesToTime(blocks[i - 1].frames);
         EXPECT_LT(std::chrono::abs(blocks[i].pts - end), 1ms) << "block " << i;
-        EXPECT_LT(blocks[i].pts, blocks[i].arrived) << "block " << i << " stamped in the future";
-        EXPECT_LT(blocks[i].arrived - blocks[i].pts, 100ms) << "block " << i;
+        // A monitor may hand sound over a little before its output plays it, so a stamp can
+        // lie just after the arrival.
+        EXPECT_LT(std::chrono::abs(blocks[i].arrived - blocks[i].pts), 100ms) << "block " << i;
     }
     const MediaTime counted = framesToTime(blocks.back().firstFrame);
     EXPECT_LT(std::chrono::abs(blocks.back().pts - blocks.front().pts - counted), 3ms);
@@ -207,23 +207,27 @@ TEST(PulseAudioCaptureTest, StampsAdvanceWithTheSamples) {
     EXPECT_LT(std::chrono::abs(arrived - counted), 40ms);
 }
 
-// A click is stamped within 30 ms of when the server played it, on either input, a few times
-// over (each time on a fresh stream, whose first stamp is the hard one).
+// Records from a fresh stream, plays a click and expects it stamped within 30 ms of when the
+// server played it.
+void expectClickStampedWhenPlayed(AudioInput input, const char* sink) {
+    const std::vector<float> click(kAudioSampleRate / 100 * kAudioChannels, 0.8f);
+    auto recording = Recording::of(input);
+    ASSERT_TRUE(recording && recording->waitForFrames(kAudioSampleRate / 10));
+    const MediaTime played = play(sink, click);
+    ASSERT_TRUE(waitUntil([&] { return recording->heard().onset(0.5f).has_value(); }));
+    const MediaTime offBy = *recording->heard().onset(0.5f) - played;
+    EXPECT_LT(std::chrono::abs(offBy), 30ms)
+        << sink << ": stamped " << std::chrono::duration<double, std::milli>(offBy).count()
+        << " ms after it was played";
+}
+
+// On either input, a few times over: each time a fresh stream, whose first stamp is the hard
+// one.
 TEST(PulseAudioCaptureTest, ASoundIsStampedWhenItWasHeard) {
     NEEDS_SOUND_SERVER();
-    const std::vector<float> click(kAudioSampleRate / 100 * kAudioChannels, 0.8f);
-    for (const auto& [input, sink] : {std::pair{AudioInput::SystemOutput, "ci_sink"},
-                                      std::pair{AudioInput::Microphone, "ci_voice"}}) {
-        for (int attempt = 0; attempt < 3; ++attempt) {
-            auto recording = Recording::of(input);
-            ASSERT_TRUE(recording && recording->waitForFrames(kAudioSampleRate / 10));
-            const MediaTime played = play(sink, click);
-            ASSERT_TRUE(waitUntil([&] { return recording->heard().onset(0.5f).has_value(); }));
-            const MediaTime offBy = *recording->heard().onset(0.5f) - played;
-            EXPECT_LT(std::chrono::abs(offBy), 30ms)
-                << sink << ": stamped " << std::chrono::duration<double, std::milli>(offBy).count()
-                << " ms after it was played";
-        }
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        expectClickStampedWhenPlayed(AudioInput::SystemOutput, "ci_sink");
+        expectClickStampedWhenPlayed(AudioInput::Microphone, "ci_voice");
     }
 }
 
@@ -326,6 +330,18 @@ TEST(PulseAudioCaptureTest, AStreamThatEndsByItselfSaysSoOnce) {
     }
 }
 
+// An output nobody listened to has rendered seconds ahead, and the server's first report of
+// its timing still says so; the first sound recorded from it is placed where it was heard
+// all the same.
+TEST(PulseAudioCaptureTest, TheFirstSoundFromAnIdleOutputIsPlacedRight) {
+    if (QStandardPaths::findExecutable(QStringLiteral("pulseaudio")).isEmpty())
+        GTEST_SKIP() << "needs the pulseaudio program to start a private sound server";
+    PrivateSoundServer server;
+    ASSERT_TRUE(server.ready());
+    EnvOverride privateServer("PULSE_SERVER", server.address());
+    expectClickStampedWhenPlayed(AudioInput::SystemOutput, "out");
+}
+
 TEST(PulseAudioCaptureTest, WithoutASoundServerOpeningSaysWhy) {
     EnvOverride nowhere("PULSE_SERVER", "unix:/nonexistent/quillmark-no-server");
     for (const AudioInput input : {AudioInput::SystemOutput, AudioInput::Microphone}) {
@@ -333,10 +349,6 @@ TEST(PulseAudioCaptureTest, WithoutASoundServerOpeningSaysWhy) {
         ASSERT_FALSE(stream);
         EXPECT_EQ(stream.error().reason, QStringLiteral("No sound server is running"));
     }
-    const auto stream = NullAudioCaptureBackend(QStringLiteral("Sound cannot be recorded here"))
-                            .open(AudioInput::Microphone);
-    ASSERT_FALSE(stream);
-    EXPECT_EQ(stream.error().reason, QStringLiteral("Sound cannot be recorded here"));
 }
 
 } // namespace

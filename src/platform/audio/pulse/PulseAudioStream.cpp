@@ -178,9 +178,12 @@ Status PulseAudioStream::connectTo(const QByteArray& device) {
 }
 
 Status PulseAudioStream::start(ChunkSink onChunk, StopSink onStopped) {
-    if (m_stopped)
-        return failure(QStringLiteral("The sound recording has already stopped"));
+    const QString stopped = QStringLiteral("The sound recording has already stopped");
+    if (!m_connection)
+        return failure(stopped);
     PulseConnection::Lock lock(*m_connection);
+    if (m_stopped)
+        return failure(stopped);
     if (!m_endReason.isEmpty())
         return failure(m_endReason);
     if (m_started)
