@@ -18,6 +18,7 @@ done
 tmp=$(mktemp -d /tmp/qmtest.XXXXXX)
 export HOME=$tmp/home TMPDIR=$tmp/tmp XDG_RUNTIME_DIR=$tmp/run
 export XDG_CONFIG_HOME=$HOME/.config XDG_DATA_HOME=$HOME/.local/share XDG_CACHE_HOME=$HOME/.cache
+export XDG_STATE_HOME=$HOME/.local/state
 mkdir -p "$TMPDIR" "$XDG_RUNTIME_DIR" "$XDG_CONFIG_HOME" "$XDG_DATA_HOME" "$XDG_CACHE_HOME"
 chmod 700 "$XDG_RUNTIME_DIR"
 export OMP_THREAD_LIMIT=1 QT_QPA_PLATFORM=xcb
