@@ -1,11 +1,17 @@
 #include "app/BackendChoice.h"
 
+#include "platform/audio/pulse/PulseAudioCaptureBackend.h"
+#include "platform/camera/v4l2/V4l2CameraBackend.h"
 #include "platform/capture/null/NullCaptureBackend.h"
 #include "platform/capture/x11/X11CaptureBackend.h"
+#include "platform/input/null/NullClickSource.h"
+#include "platform/input/x11/X11ClickSource.h"
 #include "platform/shortcuts/x11/X11GlobalShortcuts.h"
 #include "platform/sound/canberra/CanberraSoundPlayer.h"
 #include "platform/surface/null/NullSurfaceBackend.h"
 #include "platform/surface/x11/X11SurfaceBackend.h"
+#include "platform/video/null/NullScreenVideoBackend.h"
+#include "platform/video/x11/X11ScreenVideoBackend.h"
 
 #include <QGuiApplication>
 
@@ -51,6 +57,29 @@ std::unique_ptr<ScreenCaptureBackend> createScreenCaptureBackend(const CaptureSe
             QStringLiteral("The X display could not be opened for capture."));
     }
     return std::make_unique<NullCaptureBackend>(choice.reason);
+}
+
+std::unique_ptr<ScreenVideoBackend> createScreenVideoBackend(const CaptureSession& session) {
+    const CaptureBackendChoice choice = chooseCaptureBackend(session);
+    if (choice.kind == CaptureBackendKind::X11)
+        return std::make_unique<X11ScreenVideoBackend>(session.x11Display.toLocal8Bit());
+    return std::make_unique<NullScreenVideoBackend>(
+        QString(choice.reason)
+            .replace(QStringLiteral("Screen capture"), QStringLiteral("Screen recording")));
+}
+
+std::unique_ptr<ClickSourceBackend> createClickSourceBackend(const CaptureSession& session) {
+    if (chooseCaptureBackend(session).kind == CaptureBackendKind::X11)
+        return std::make_unique<X11ClickSource>(session.x11Display);
+    return std::make_unique<NullClickSource>();
+}
+
+std::unique_ptr<AudioCaptureBackend> createAudioCaptureBackend() {
+    return std::make_unique<PulseAudioCaptureBackend>();
+}
+
+std::unique_ptr<CameraBackend> createCameraBackend() {
+    return std::make_unique<V4l2CameraBackend>();
 }
 
 std::unique_ptr<SurfaceBackend> createSurfaceBackend() {

@@ -3,10 +3,14 @@
 // The composition root's choice of concrete backends for this session: the only place that
 // names them.
 
+#include "platform/audio/api/AudioCapture.h"
+#include "platform/camera/api/CameraSource.h"
 #include "platform/capture/api/ScreenCaptureBackend.h"
+#include "platform/input/api/ClickSource.h"
 #include "platform/shortcuts/api/GlobalShortcutBackend.h"
 #include "platform/sound/api/SoundPlayer.h"
 #include "platform/surface/api/SurfaceBackend.h"
+#include "platform/video/api/ScreenVideoSource.h"
 
 #include <QString>
 #include <memory>
@@ -36,6 +40,16 @@ CaptureBackendChoice chooseCaptureBackend(const CaptureSession& session);
 // says why.
 std::unique_ptr<ScreenCaptureBackend>
 createScreenCaptureBackend(const CaptureSession& session = CaptureSession::fromEnvironment());
+
+// Recording: the screen stream, sound, the camera and global clicks of this session. The
+// screen and the clicks follow the capture choice (X11 or nothing, with its reason); sound
+// and the camera are the same on every display server.
+std::unique_ptr<ScreenVideoBackend>
+createScreenVideoBackend(const CaptureSession& session = CaptureSession::fromEnvironment());
+std::unique_ptr<ClickSourceBackend>
+createClickSourceBackend(const CaptureSession& session = CaptureSession::fromEnvironment());
+std::unique_ptr<AudioCaptureBackend> createAudioCaptureBackend();
+std::unique_ptr<CameraBackend> createCameraBackend();
 
 // What floating windows may ask the display server: the X11 one when the application runs on
 // X11, else one that asks nothing. Needs the QGuiApplication.

@@ -72,7 +72,8 @@ ForwardResult forwardToRunningInstance(const Command& command, std::chrono::mill
     if (!bus.isConnected())
         return {1, {}, QStringLiteral("Cannot reach the session bus to talk to Quillmark.")};
     const auto* capture = std::get_if<command::Capture>(&command);
-    if (!capture)
+    const auto* record = std::get_if<command::Record>(&command);
+    if (!capture && !record)
         return {}; // starting again while running does nothing
 
     QEventLoop loop;
@@ -84,15 +85,22 @@ ForwardResult forwardToRunningInstance(const Command& command, std::chrono::mill
     std::optional<ForwardResult> early;
     QDBusServiceWatcher gone(busServiceName, bus, QDBusServiceWatcher::WatchForUnregistration);
     QObject::connect(&gone, &QDBusServiceWatcher::serviceUnregistered, &loop, [&] {
-        early =
-            ForwardResult{1, {}, QStringLiteral("Quillmark quit before the capture was finished.")};
+        early = ForwardResult{
+            1,
+            {},
+            record ? QStringLiteral("Quillmark quit before the recording was saved.")
+                   : QStringLiteral("Quillmark quit before the capture was finished.")};
         loop.quit();
     });
 
     const qint64 deadline = QDateTime::currentMSecsSinceEpoch() + patience.count();
     QDBusMessage call = QDBusMessage::createMethodCall(busServiceName, busObjectPath, busInterface,
-                                                       QStringLiteral("Request"));
-    call << rawValue(capture->kind) << capture->delaySeconds << deadline;
+                                                       record ? QStringLiteral("RequestRecord")
+                                                              : QStringLiteral("Request"));
+    if (record)
+        call << rawValue(record->action) << deadline;
+    else
+        call << rawValue(capture->kind) << capture->delaySeconds << deadline;
     // Given up on a little after the deadline (timers may fire early), so a request the
     // instance takes after this has always expired.
     QDBusPendingCallWatcher accepted(bus.asyncCall(call, int(patience.count()) + 100));

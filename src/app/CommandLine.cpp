@@ -23,6 +23,25 @@ std::optional<CaptureKind> captureKindFromRaw(const QString& raw) {
     return std::nullopt;
 }
 
+QString rawValue(RecordAction action) {
+    switch (action) {
+    case RecordAction::Area:
+        return QStringLiteral("area");
+    case RecordAction::Screen:
+        return QStringLiteral("screen");
+    case RecordAction::Stop:
+        return QStringLiteral("stop");
+    }
+    return {};
+}
+
+std::optional<RecordAction> recordActionFromRaw(const QString& raw) {
+    for (RecordAction a : {RecordAction::Area, RecordAction::Screen, RecordAction::Stop})
+        if (rawValue(a) == raw)
+            return a;
+    return std::nullopt;
+}
+
 QString commandLineUsage() {
     return QStringLiteral(
         "Usage: quillmark [COMMAND]\n"
@@ -34,12 +53,17 @@ QString commandLineUsage() {
         "  capture window       capture the active window\n"
         "  capture fullscreen   capture the screen under the pointer\n"
         "    --delay SECONDS    count down first (0 to 3600; region and fullscreen)\n"
+        "  record area          choose an area or a window to record\n"
+        "  record screen        record the screen under the pointer\n"
+        "  record stop          stop recording and save the movie\n"
         "  --help               show this text\n"
         "  --version            show the version\n"
         "\n"
         "A capture is handed to the running Quillmark, which is started when needed. The\n"
         "saved file's path is printed; if the capture is not saved, the reason is printed\n"
-        "and the exit status is 1. A mistake in the command exits with status 2.\n");
+        "and the exit status is 1. \"record area\" and \"record screen\" return once the\n"
+        "recording runs; \"record stop\" prints the saved movie's path. A mistake in the\n"
+        "command exits with status 2.\n");
 }
 
 QString versionLine() {
@@ -105,6 +129,18 @@ Result<Command> parseCommandLine(const QStringList& arguments) {
         return Command{command::Help{}};
     if (verb == QLatin1String("--version"))
         return Command{command::Version{}};
+    if (verb == QLatin1String("record")) {
+        if (arguments.size() < 2)
+            return error(QStringLiteral("Say what to do: \"quillmark record area\", \"screen\" or "
+                                        "\"stop\"."));
+        const auto action = recordActionFromRaw(arguments.at(1));
+        if (!action)
+            return error(QStringLiteral("Cannot record \"%1\"; choose area, screen or stop.")
+                             .arg(arguments.at(1)));
+        if (arguments.size() > 2)
+            return error(QStringLiteral("Unknown option \"%1\" for record.").arg(arguments.at(2)));
+        return Command{command::Record{*action}};
+    }
     if (verb != QLatin1String("capture"))
         return error(QStringLiteral("Unknown command \"%1\"; try \"quillmark --help\".").arg(verb));
     if (arguments.size() < 2)

@@ -14,6 +14,11 @@ enum class CaptureKind { Region, Window, Fullscreen };
 QString rawValue(CaptureKind kind);
 std::optional<CaptureKind> captureKindFromRaw(const QString& raw);
 
+// Start recording a chosen area or the screen under the pointer, or stop the recording.
+enum class RecordAction { Area, Screen, Stop };
+QString rawValue(RecordAction action);
+std::optional<RecordAction> recordActionFromRaw(const QString& raw);
+
 // What the quillmark command asks for. A desktop binds shortcuts to these, so they reach the
 // running program over the session bus.
 namespace command {
@@ -22,10 +27,14 @@ struct Capture {
     CaptureKind kind = CaptureKind::Region;
     int delaySeconds = 0;
 };
+struct Record {
+    RecordAction action = RecordAction::Area;
+};
 struct Help {};
 struct Version {};
 } // namespace command
-using Command = std::variant<command::Start, command::Capture, command::Help, command::Version>;
+using Command = std::variant<command::Start, command::Capture, command::Record, command::Help,
+                             command::Version>;
 
 // Parses the arguments after the program name; a failure's reason is one sentence for the
 // terminal, naming the argument and what is wrong with it.

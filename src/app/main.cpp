@@ -77,6 +77,10 @@ int main(int argc, char** argv) {
     qm::HotkeyManager hotkeys(*shortcutBackend);
 
     auto sounds = qm::makeSoundPlayer();
+    auto videoBackend = qm::platform::createScreenVideoBackend();
+    auto audioBackend = qm::platform::createAudioCaptureBackend();
+    auto cameraBackend = qm::platform::createCameraBackend();
+    auto clickBackend = qm::platform::createClickSourceBackend();
     qm::ToastCenter toasts;
     qm::FloatingShotManager cards(preferences, toasts);
 
@@ -99,8 +103,9 @@ int main(int argc, char** argv) {
     QObject::connect(&preferences, &qm::Preferences::resultsAsNotificationsChanged, &toasts,
                      routeResults);
 
-    qm::AppModel model(
-        {preferences, captureManager, contentCache, *surfaces, hotkeys, *sounds, toasts, cards});
+    qm::AppModel model({preferences, captureManager, contentCache, *surfaces, hotkeys, *sounds,
+                        toasts, cards, *videoBackend, *audioBackend, *cameraBackend,
+                        *clickBackend});
     qm::TrayController tray(model, preferences,
                             [&model](const QString& path) { model.openEditor(path); });
 

@@ -26,6 +26,9 @@ TEST(CommandLine, AcceptsTheCaptureVerbs) {
     EXPECT_EQ(delayed.delaySeconds, 3);
     EXPECT_EQ(std::get<command::Capture>(parse({"capture", "region", "--delay=10"})).delaySeconds,
               10);
+    EXPECT_EQ(std::get<command::Record>(parse({"record", "area"})).action, RecordAction::Area);
+    EXPECT_EQ(std::get<command::Record>(parse({"record", "screen"})).action, RecordAction::Screen);
+    EXPECT_EQ(std::get<command::Record>(parse({"record", "stop"})).action, RecordAction::Stop);
 }
 
 TEST(CommandLine, BadInputIsOneSentence) {
@@ -36,7 +39,10 @@ TEST(CommandLine, BadInputIsOneSentence) {
                              {"capture", "region", "--delay", "x"},
                              {"capture", "region", "--delay", "-1"},
                              {"capture", "window", "--delay", "3"},
-                             {"capture", "region", "--loud"}}) {
+                             {"capture", "region", "--loud"},
+                             {"record"},
+                             {"record", "window"},
+                             {"record", "area", "--delay", "3"}}) {
         QStringList list;
         for (const char* a : args)
             list << QString::fromLatin1(a);

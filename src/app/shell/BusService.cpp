@@ -38,16 +38,43 @@ void BusService::Capture(const QString& kind, int delaySeconds) {
         sendErrorReply(QDBusError::InvalidArgs, started.error().reason);
 }
 
+Result<quint64> BusService::startRecord(const QString& action) {
+    const Result<Command> parsed = parseCommandLine({QStringLiteral("record"), action});
+    if (!parsed)
+        return parsed.error();
+    return m_handler(*parsed);
+}
+
 uint BusService::Request(const QString& kind, int delaySeconds, qlonglong deadline) {
-    if (m_now() >= deadline) {
-        qCInfo(lcApp).noquote() << QStringLiteral(
-            "Quillmark: dropped a command-line request that arrived after its caller gave up");
-        if (calledFromDBus())
-            sendErrorReply(QDBusError::TimedOut,
-                           QStringLiteral("The request arrived after its deadline."));
+    if (expired(deadline))
         return 0;
-    }
-    const Result<quint64> started = start(kind, delaySeconds);
+    return waitFor(start(kind, delaySeconds));
+}
+
+void BusService::Record(const QString& action) {
+    const Result<quint64> started = startRecord(action);
+    if (!started && calledFromDBus())
+        sendErrorReply(QDBusError::InvalidArgs, started.error().reason);
+}
+
+uint BusService::RequestRecord(const QString& action, qlonglong deadline) {
+    if (expired(deadline))
+        return 0;
+    return waitFor(startRecord(action));
+}
+
+bool BusService::expired(qlonglong deadline) {
+    if (m_now() < deadline)
+        return false;
+    qCInfo(lcApp).noquote() << QStringLiteral(
+        "Quillmark: dropped a command-line request that arrived after its caller gave up");
+    if (calledFromDBus())
+        sendErrorReply(QDBusError::TimedOut,
+                       QStringLiteral("The request arrived after its deadline."));
+    return true;
+}
+
+uint BusService::waitFor(const Result<quint64>& started) {
     if (!started) {
         if (calledFromDBus())
             sendErrorReply(QDBusError::Failed, started.error().reason);
@@ -70,7 +97,8 @@ void BusService::report(quint64 capture, const CaptureOutcome& outcome) {
             using T = std::decay_t<decltype(o)>;
             if constexpr (std::is_same_v<T, outcome::Saved>)
                 Q_EMIT Finished(request, true, o.path);
-            else if constexpr (std::is_same_v<T, outcome::Editing>)
+            else if constexpr (std::is_same_v<T, outcome::Editing> ||
+                               std::is_same_v<T, outcome::Recording>)
                 Q_EMIT Finished(request, true, QString());
             else if constexpr (std::is_same_v<T, outcome::NotSaved>)
                 Q_EMIT Finished(request, false, QStringLiteral("Not saved: ") + o.reason);

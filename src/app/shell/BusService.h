@@ -39,13 +39,22 @@ public Q_SLOTS:
     // the epoch; the caller has given up) is refused and never carried out.
     uint Request(const QString& kind, int delaySeconds, qlonglong deadline);
 
+    // action: "area", "screen" or "stop". Returns at once.
+    void Record(const QString& action);
+    // The same for a caller that waits: Finished carries the outcome (for area and screen,
+    // once the recording runs; for stop, the saved movie).
+    uint RequestRecord(const QString& action, qlonglong deadline);
+
 Q_SIGNALS:
-    // ok: detail is the saved file (empty when the capture went to the editor); otherwise
-    // detail says why there is no file.
+    // ok: detail is the saved file (empty when the capture went to the editor or a recording
+    // started); otherwise detail says why there is no file.
     void Finished(uint request, bool ok, const QString& detail);
 
 private:
     Result<quint64> start(const QString& kind, int delaySeconds);
+    Result<quint64> startRecord(const QString& action);
+    uint waitFor(const Result<quint64>& started);
+    bool expired(qlonglong deadline);
 
     Handler m_handler;
     std::function<qint64()> m_now;

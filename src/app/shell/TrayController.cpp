@@ -3,6 +3,7 @@
 #include "app/RecentCaptures.h"
 #include "app/shell/AboutWindow.h"
 #include "app/workflow/AppModel.h"
+#include "app/workflow/RecordingFlows.h"
 #include "base/AppId.h"
 #include "base/Hotkeys.h"
 #include "base/Log.h"
@@ -66,6 +67,34 @@ TrayController::TrayController(AppModel& model, Preferences& preferences,
             << QStringLiteral("Quillmark: no system tray is available; the shortcuts and the "
                               "quillmark command still work");
     m_icon->show();
+
+    // While recording, the icon says so and its tooltip shows the time; with no control bar
+    // on screen (a whole single screen is recorded) the tray is where the user stops it.
+    RecordingFlows& recording = m_model.recording();
+    connect(&recording, &RecordingFlows::phaseChanged, this,
+            [this](RecordingFlows::Phase) { showRecordingState(); });
+    connect(&recording, &RecordingFlows::pausedChanged, this,
+            [this](bool) { showRecordingState(); });
+    connect(&recording, &RecordingFlows::elapsedChanged, this, [this](const QString& elapsed) {
+        m_elapsed = elapsed;
+        showRecordingState();
+    });
+}
+
+void TrayController::showRecordingState() {
+    const RecordingFlows& recording = m_model.recording();
+    if (!recording.isRecording()) {
+        m_elapsed.clear();
+        m_icon->setIcon(appIcon());
+        m_icon->setToolTip(QStringLiteral("Quillmark"));
+        return;
+    }
+    const bool paused = recording.isPaused();
+    m_icon->setIcon(themedIcon(paused ? QStringLiteral("media-playback-pause")
+                                      : QStringLiteral("media-record")));
+    const QString elapsed = m_elapsed.isEmpty() ? QStringLiteral("00:00") : m_elapsed;
+    m_icon->setToolTip(paused ? QStringLiteral("Quillmark — recording paused at %1").arg(elapsed)
+                              : QStringLiteral("Quillmark — recording %1").arg(elapsed));
 }
 
 TrayController::~TrayController() = default;
@@ -92,6 +121,8 @@ void TrayController::rebuildMenu() {
                HotkeyAction::Window);
     addCapture(QStringLiteral("Capture Fullscreen"), QStringLiteral("view-fullscreen"),
                CaptureKind::Fullscreen, HotkeyAction::Fullscreen);
+    menu->addSeparator();
+    addRecordingItems(menu);
     menu->addSeparator();
 
     QMenu* timer =
@@ -144,6 +175,44 @@ void TrayController::rebuildMenu() {
                         QStringLiteral("Quit Quillmark"), qApp, &QCoreApplication::quit);
     quit->setShortcut(QKeySequence(QStringLiteral("Ctrl+Q")));
     quit->setShortcutVisibleInContextMenu(true);
+}
+
+void TrayController::addRecordingItems(QMenu* menu) {
+    RecordingFlows& recording = m_model.recording();
+    const QKeySequence recordKey = m_preferences.hotkey(HotkeyAction::Record).sequence();
+    auto withShortcut = [&recordKey](QAction* item) {
+        item->setShortcut(recordKey);
+        item->setShortcutContext(Qt::WidgetShortcut);
+        item->setShortcutVisibleInContextMenu(true);
+    };
+    if (recording.isRecording()) {
+        // Stop takes the place of the two record items; with no control bar on screen (a
+        // whole single screen is recorded) pausing is offered here too.
+        if (!recording.controlBarShown()) {
+            const bool paused = recording.isPaused();
+            menu->addAction(themedIcon(paused ? QStringLiteral("media-playback-start")
+                                              : QStringLiteral("media-playback-pause")),
+                            paused ? QStringLiteral("Resume Recording")
+                                   : QStringLiteral("Pause Recording"),
+                            this, [this, paused] { m_model.recording().setPaused(!paused); });
+        }
+        const QString elapsed =
+            m_elapsed.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(m_elapsed);
+        withShortcut(menu->addAction(themedIcon(QStringLiteral("media-playback-stop")),
+                                     QStringLiteral("Stop Recording") + elapsed, this,
+                                     [this] { m_model.stopRecording(); }));
+        return;
+    }
+    const bool idle = recording.phase() == RecordingFlows::Phase::Idle && !m_model.isCapturing();
+    QAction* area =
+        menu->addAction(themedIcon(QStringLiteral("media-record")), QStringLiteral("Record Area…"),
+                        this, [this] { m_model.recordArea(); });
+    withShortcut(area);
+    area->setEnabled(idle);
+    QAction* screen =
+        menu->addAction(themedIcon(QStringLiteral("video-display")),
+                        QStringLiteral("Record Screen"), this, [this] { m_model.recordScreen(); });
+    screen->setEnabled(idle);
 }
 
 void TrayController::refreshThumbnails() {

@@ -36,12 +36,15 @@ public:
 
 private:
     void refreshThumbnails();
+    void addRecordingItems(QMenu* menu);
+    void showRecordingState();
 
     AppModel& m_model;
     Preferences& m_preferences;
     std::function<void(const QString&)> m_openImage;
     std::unique_ptr<QMenu> m_menu;
     QSystemTrayIcon* m_icon = nullptr;
+    QString m_elapsed; // the recording's time, as the control bar shows it
     std::unique_ptr<AboutWindow> m_about;
     struct Thumbnail {
         QDateTime modified;

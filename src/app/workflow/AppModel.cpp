@@ -3,6 +3,7 @@
 #include "app/workflow/CaptureFlows.h"
 #include "app/workflow/CaptureRouter.h"
 #include "app/workflow/EditorWindows.h"
+#include "app/workflow/RecordingFlows.h"
 #include "base/Preferences.h"
 #include "capture/core/ShareableContentCache.h"
 #include "editor/ui/AnnotationEditorController.h"
@@ -30,7 +31,14 @@ AppModel::AppModel(Services services, QObject* parent)
               },
               [this](const QString& status) { setStatus(status); },
               [this](bool capturing) { Q_EMIT isCapturingChanged(capturing); },
-              [this](const CaptureOutcome& o) { Q_EMIT captureEnded(m_captureCount, o); }})) {}
+              [this](const CaptureOutcome& o) { Q_EMIT captureEnded(m_captureCount, o); }}))
+    , m_recording(std::make_unique<RecordingFlows>(
+          RecordingFlows::Services{services.preferences, services.capture, m_flows->overlay(),
+                                   m_flows->countdown(), services.sounds, services.toasts,
+                                   services.video, services.audio, services.camera,
+                                   services.clicks},
+          RecordingFlows::Report{[this](const QString& status) { setStatus(status); },
+                                 [this](const QString& path) { addToLibrary(path); }})) {}
 
 AppModel::~AppModel() = default;
 
@@ -40,6 +48,10 @@ QString AppModel::label(CaptureKind kind) {
 
 bool AppModel::isCapturing() const {
     return m_flows->isCapturing();
+}
+
+bool AppModel::isRecordingBusy() const {
+    return m_recording->phase() != RecordingFlows::Phase::Idle;
 }
 
 SelectionOverlayController& AppModel::overlay() const {
@@ -66,6 +78,8 @@ void AppModel::configure() {
     connect(&m_services.preferences, &Preferences::quillmarkHotkeysChanged, this,
             &AppModel::registerHotkeys);
     overlay().setAdjustBeforeCapturing(m_services.preferences.adjustAreaBeforeCapturing());
+    // Movies a crash or a power loss cut off are finished and saved.
+    m_recording->recoverLeftovers();
     connect(&m_services.preferences, &Preferences::adjustAreaBeforeCapturingChanged, this,
             [this](bool on) { overlay().setAdjustBeforeCapturing(on); });
 }
@@ -74,10 +88,6 @@ void AppModel::registerHotkeys() {
     HotkeyManager& hotkeys = m_services.hotkeys;
     hotkeys.unregisterAll();
     for (HotkeyAction action : allHotkeyActions) {
-        // The record shortcut is only taken once recording exists; until then the key stays
-        // free for other programs.
-        if (action == HotkeyAction::Record)
-            continue;
         const HotkeyCombo combo = m_services.preferences.hotkey(action);
         const bool ok = hotkeys.registerHotkey(combo, [this, action] { runHotkey(action); });
         if (action == HotkeyAction::Region)
@@ -97,15 +107,46 @@ void AppModel::runHotkey(HotkeyAction action) {
         perform(CaptureKind::Fullscreen);
         break;
     case HotkeyAction::Record:
-        break; // not registered until recording exists
+        // The same key starts and stops; during the countdown or while choosing it does nothing.
+        if (m_recording->isRecording())
+            stopRecording();
+        else if (!isRecordingBusy())
+            recordArea();
+        break;
     }
 }
 
 Result<quint64> AppModel::run(const Command& command) {
+    if (const auto* record = std::get_if<command::Record>(&command)) {
+        if (record->action == RecordAction::Stop) {
+            if (!m_recording->isRecording() &&
+                m_recording->phase() != RecordingFlows::Phase::Finishing)
+                return failure(QStringLiteral("Nothing is being recorded."));
+            const quint64 request = ++m_captureCount;
+            m_recording->stopRecording(
+                [this, request](const CaptureOutcome& o) { Q_EMIT captureEnded(request, o); });
+            return request;
+        }
+        if (isRecordingBusy())
+            return failure(
+                QStringLiteral("Quillmark is already recording; stop that recording first."));
+        if (isCapturing() || countdown().isRunning())
+            return failure(
+                QStringLiteral("Quillmark is taking a capture; finish or cancel that one first."));
+        const quint64 request = ++m_captureCount;
+        auto started = [this, request](const CaptureOutcome& o) {
+            Q_EMIT captureEnded(request, o);
+        };
+        if (record->action == RecordAction::Area)
+            m_recording->recordArea(started);
+        else
+            m_recording->recordScreen(started);
+        return request;
+    }
     const auto* capture = std::get_if<command::Capture>(&command);
     if (!capture)
         return quint64(0);
-    if (isCapturing() || countdown().isRunning())
+    if (isCapturing() || countdown().isRunning() || isRecordingBusy())
         return failure(QStringLiteral("Quillmark is already taking a capture; finish or cancel "
                                       "that one first."));
     if (capture->delaySeconds > 0)
@@ -115,8 +156,24 @@ Result<quint64> AppModel::run(const Command& command) {
     return m_captureCount;
 }
 
+void AppModel::recordArea() {
+    if (isCapturing() || countdown().isRunning() || isRecordingBusy())
+        return;
+    m_recording->recordArea();
+}
+
+void AppModel::recordScreen() {
+    if (isCapturing() || countdown().isRunning() || isRecordingBusy())
+        return;
+    m_recording->recordScreen();
+}
+
+void AppModel::stopRecording() {
+    m_recording->stopRecording();
+}
+
 void AppModel::perform(CaptureKind kind) {
-    if (isCapturing())
+    if (isCapturing() || isRecordingBusy())
         return;
     // Numbered as it starts, so a later outcome still names its own capture.
     ++m_captureCount;
@@ -124,7 +181,7 @@ void AppModel::perform(CaptureKind kind) {
 }
 
 void AppModel::performDelayed(CaptureKind kind, int seconds) {
-    if (isCapturing() || countdown().isRunning())
+    if (isCapturing() || countdown().isRunning() || isRecordingBusy())
         return;
     ++m_captureCount;
     m_flows->performDelayed(kind, seconds);

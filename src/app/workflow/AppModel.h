@@ -17,6 +17,7 @@ namespace qm {
 
 class AnnotationEditorController;
 class CaptureFlows;
+class RecordingFlows;
 class CaptureRouter;
 class CountdownController;
 class EditorWindows;
@@ -29,8 +30,12 @@ class ShareableContentCache;
 class SoundPlayer;
 class ToastCenter;
 namespace platform {
+class AudioCaptureBackend;
+class CameraBackend;
+class ClickSourceBackend;
+class ScreenVideoBackend;
 class SurfaceBackend;
-}
+} // namespace platform
 
 // Turns a request (shortcut, tray menu, command line) into a capture (CaptureFlows) and hands
 // the result on (CaptureRouter), keeping the one-line status the menu shows, the last saved
@@ -47,6 +52,10 @@ public:
         SoundPlayer& sounds;
         ToastCenter& toasts;
         FloatingShotManager& cards;
+        platform::ScreenVideoBackend& video;
+        platform::AudioCaptureBackend& audio;
+        platform::CameraBackend& camera;
+        platform::ClickSourceBackend& clicks;
     };
 
     explicit AppModel(Services services, QObject* parent = nullptr);
@@ -61,6 +70,12 @@ public:
     void perform(CaptureKind kind);
     void performDelayed(CaptureKind kind, int seconds);
     void runHotkey(HotkeyAction action);
+
+    // Recording: an area chosen on the frozen screen, or the screen under the pointer.
+    void recordArea();
+    void recordScreen();
+    void stopRecording();
+    RecordingFlows& recording() const { return *m_recording; }
     // Starts what the command asks for. For a capture, the number captureEnded will carry
     // when it ends; a failure when a capture is already under way.
     Result<quint64> run(const Command& command);
@@ -76,6 +91,8 @@ public:
     std::optional<QString> lastSavedURL() const { return m_lastSavedURL; }
     int libraryRevision() const { return m_libraryRevision; }
     bool isCapturing() const;
+    // Selecting, counting down, recording or finishing a movie.
+    bool isRecordingBusy() const;
 
     SelectionOverlayController& overlay() const;
     CountdownController& countdown() const;
@@ -100,6 +117,7 @@ private:
     std::unique_ptr<EditorWindows> m_editors;
     std::unique_ptr<CaptureRouter> m_router;
     std::unique_ptr<CaptureFlows> m_flows;
+    std::unique_ptr<RecordingFlows> m_recording;
 
     QString m_lastStatus;
     std::optional<QString> m_lastSavedURL;

@@ -18,12 +18,14 @@ struct NotSaved {
 // Handed to the editor without a file (the user saves from there).
 struct Editing {};
 struct Cancelled {};
+// A recording asked for has started; its movie is the outcome of the stop that ends it.
+struct Recording {};
 struct Failed {
     QString reason;
 };
 } // namespace outcome
 using CaptureOutcome = std::variant<outcome::Saved, outcome::NotSaved, outcome::Editing,
-                                    outcome::Cancelled, outcome::Failed>;
+                                    outcome::Cancelled, outcome::Failed, outcome::Recording>;
 using OutcomeCallback = std::function<void(const CaptureOutcome&)>;
 
 } // namespace qm

@@ -15,10 +15,14 @@
 #include "cards/FloatingShotView.h"
 #include "editor/model/EditorModel.h"
 #include "editor/ui/AnnotationEditorController.h"
+#include "platform/audio/null/NullAudioCaptureBackend.h"
+#include "platform/camera/null/NullCameraBackend.h"
 #include "platform/capture/null/NullCaptureBackend.h"
+#include "platform/input/null/NullClickSource.h"
 #include "platform/shortcuts/api/GlobalShortcutBackend.h"
 #include "platform/sound/api/SoundPlayer.h"
 #include "platform/surface/api/SurfaceBackend.h"
+#include "platform/video/null/NullScreenVideoBackend.h"
 #include "shortcuts/HotkeyManager.h"
 #include "ui/ToastCenter.h"
 #include "ui/ToastView.h"
@@ -65,6 +69,11 @@ protected:
     HeardSounds sounds;
     ToastCenter toasts;
     FloatingShotManager cards{prefs, toasts};
+    // Recording has its own end-to-end tests; here it only has to exist.
+    platform::NullScreenVideoBackend video;
+    platform::NullAudioCaptureBackend audio{QStringLiteral("No sound server is running")};
+    platform::NullCameraBackend camera;
+    platform::NullClickSource clicks;
     std::unique_ptr<AppModel> model;
 
     void SetUp() override {
@@ -72,8 +81,9 @@ protected:
         // Most routes are easiest to see with captures saved at once; the card route has its
         // own tests.
         prefs.setShowQuickAccessOverlay(false);
-        model = std::make_unique<AppModel>(
-            AppModel::Services{prefs, capture, cache, *surfaces, hotkeys, sounds, toasts, cards});
+        model = std::make_unique<AppModel>(AppModel::Services{prefs, capture, cache, *surfaces,
+                                                              hotkeys, sounds, toasts, cards, video,
+                                                              audio, camera, clicks});
     }
     QString toastText() const { return toasts.window() ? toasts.window()->text() : QString(); }
     bool waitForStatus() {
@@ -301,7 +311,8 @@ TEST_F(AppModelTest, AFailingGrabIsReportedWithItsReason) {
     platform::NullCaptureBackend refusing(QStringLiteral("Screen capture is switched off."));
     ShareableContentCache nullCache{refusing};
     ScreenCaptureManager nullCapture{refusing, nullCache};
-    AppModel failing({prefs, nullCapture, nullCache, *surfaces, hotkeys, sounds, toasts, cards});
+    AppModel failing({prefs, nullCapture, nullCache, *surfaces, hotkeys, sounds, toasts, cards,
+                      video, audio, camera, clicks});
     backend.calls.clear();
 
     test::LogCapture log;
@@ -379,15 +390,18 @@ TEST_F(AppModelTest, TheTrayMenuFollowsTheModel) {
     QStringList opened;
     TrayController tray(*model, prefs, [&](const QString& path) { opened << path; });
     tray.rebuildMenu();
-    EXPECT_EQ(
-        titles(tray.menu()),
-        (QStringList{QStringLiteral("Capture Area"), QStringLiteral("Capture Window"),
-                     QStringLiteral("Capture Fullscreen"), QStringLiteral("-"),
-                     QStringLiteral("Self-Timer"), QStringLiteral("Options"), QStringLiteral("-"),
-                     QStringLiteral("About Quillmark"), QStringLiteral("Quit Quillmark")}));
+    EXPECT_EQ(titles(tray.menu()),
+              (QStringList{QStringLiteral("Capture Area"), QStringLiteral("Capture Window"),
+                           QStringLiteral("Capture Fullscreen"), QStringLiteral("-"),
+                           QStringLiteral("Record Area…"), QStringLiteral("Record Screen"),
+                           QStringLiteral("-"), QStringLiteral("Self-Timer"),
+                           QStringLiteral("Options"), QStringLiteral("-"),
+                           QStringLiteral("About Quillmark"), QStringLiteral("Quit Quillmark")}));
     EXPECT_EQ(tray.menu()->actions().at(0)->shortcut().toString(QKeySequence::NativeText),
               QStringLiteral("Ctrl+Shift+4"));
-    const QMenu* timer = tray.menu()->actions().at(4)->menu();
+    EXPECT_EQ(tray.menu()->actions().at(4)->shortcut().toString(QKeySequence::NativeText),
+              QStringLiteral("Ctrl+Shift+6"));
+    const QMenu* timer = tray.menu()->actions().at(7)->menu();
     ASSERT_TRUE(timer);
     EXPECT_EQ(titles(timer).size(), 4);
 

@@ -1,0 +1,127 @@
+// Recording with the real program as a user runs it: the quillmark command starts and stops
+// it, and a recording cut off by a crash is finished and saved at the next start.
+#include "MovieProbe.h"
+#include "RunningProgram.h"
+#include "TestSupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSettings>
+#include <csignal>
+#include <gtest/gtest.h>
+
+using namespace qm;
+using namespace qm::test;
+
+namespace {
+
+const QString kRecordings = QDir::homePath() + QStringLiteral("/.local/state/Quillmark/recordings");
+
+ProcessResult quillmark(const QStringList& args) {
+    return run(QStringLiteral(QUILLMARK_BINARY), args);
+}
+
+QStringList movies(const QString& folder) {
+    QStringList files = QDir(folder).entryList({QStringLiteral("*.mov")}, QDir::Files, QDir::Time);
+    for (QString& f : files)
+        f = QDir(folder).filePath(f);
+    return files;
+}
+
+// How much of a recording in progress is on disk already, in seconds.
+double recordedSoFar() {
+    const QStringList partial = movies(kRecordings);
+    if (partial.isEmpty())
+        return 0;
+    const std::vector<double> times = videoFrameTimes(partial.first());
+    return times.empty() ? 0 : times.back();
+}
+
+class Recording : public ::testing::Test {
+protected:
+    void SetUp() override {
+        QDir(kPictures).removeRecursively();
+        QDir(kRecordings).removeRecursively();
+        QFile::remove(settingsPath());
+        // The trim window is not part of this test; the movie is announced with a toast.
+        QSettings settings(settingsPath(), QSettings::IniFormat);
+        settings.setValue(QStringLiteral("trimAfterRecording"), true);
+    }
+    static QString settingsPath() {
+        return QDir::homePath() + QStringLiteral("/.config/quillworks/Quillmark.conf");
+    }
+};
+
+TEST_F(Recording, TheCommandStartsAndStopsARecordingAndNamesTheMovie) {
+    Program instance;
+    ASSERT_TRUE(instance.ready()) << instance.log().toStdString();
+    const auto started = quillmark({QStringLiteral("record"), QStringLiteral("screen")});
+    ASSERT_EQ(started.exitCode, 0) << started.err.constData();
+
+    // One recording at a time, and nothing else while it runs.
+    const auto again = quillmark({QStringLiteral("record"), QStringLiteral("area")});
+    EXPECT_EQ(again.exitCode, 1);
+    EXPECT_TRUE(again.err.contains("already recording")) << again.err.constData();
+
+    ASSERT_TRUE(waitUntil([] { return recordedSoFar() >= 1.0; }, std::chrono::seconds(20)));
+    const auto stopped = quillmark({QStringLiteral("record"), QStringLiteral("stop")});
+    ASSERT_EQ(stopped.exitCode, 0) << stopped.err.constData();
+    const QString path = QString::fromLocal8Bit(stopped.out).trimmed();
+    EXPECT_EQ(movies(kPictures), QStringList{path});
+    EXPECT_TRUE(QFileInfo(path).fileName().startsWith(QStringLiteral("Quillmark Recording ")));
+    const auto probed = probeMovie(path);
+    ASSERT_TRUE(probed.has_value());
+    EXPECT_GE(probed->duration, 1.0);
+    EXPECT_EQ(probed->of(QStringLiteral("video")).front().width, 1280);
+    EXPECT_TRUE(indexAtFront(path));
+    EXPECT_TRUE(movies(kRecordings).isEmpty()) << "nothing is left behind";
+
+    const auto twice = quillmark({QStringLiteral("record"), QStringLiteral("stop")});
+    EXPECT_EQ(twice.exitCode, 1);
+    EXPECT_EQ(twice.err, QByteArray("Nothing is being recorded.\n"));
+}
+
+TEST_F(Recording, ARecordingCutOffByACrashIsSavedAtTheNextStart) {
+    {
+        Program instance;
+        ASSERT_TRUE(instance.ready()) << instance.log().toStdString();
+        ASSERT_EQ(quillmark({QStringLiteral("record"), QStringLiteral("screen")}).exitCode, 0);
+        ASSERT_TRUE(waitUntil([] { return recordedSoFar() >= 4.0; }, std::chrono::seconds(30)));
+        ::kill(pid_t(instance.process().processId()), SIGKILL);
+        instance.process().waitForFinished();
+    }
+    ASSERT_EQ(movies(kRecordings).size(), 1) << "the crash left the recording behind";
+    Program restarted;
+    ASSERT_TRUE(restarted.ready()) << restarted.log().toStdString();
+    ASSERT_TRUE(waitUntil([] { return movies(kPictures).size() == 1; }, std::chrono::seconds(20)))
+        << restarted.log().toStdString();
+    const QString saved = movies(kPictures).first();
+    const auto probed = probeMovie(saved);
+    ASSERT_TRUE(probed.has_value());
+    EXPECT_GE(probed->duration, 3.0);
+    EXPECT_TRUE(indexAtFront(saved));
+    EXPECT_TRUE(movies(kRecordings).isEmpty());
+    EXPECT_TRUE(restarted.logged(QStringLiteral("cut off")));
+}
+
+TEST_F(Recording, AMovieTheSaveFolderRefusesStaysInTheRecordingsFolderAndTheMessageSaysWhere) {
+    QDir().mkpath(QDir::homePath() + QStringLiteral("/Pictures"));
+    QFile blocker(kPictures); // a file where the save folder should be
+    ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
+    blocker.close();
+    Program instance;
+    ASSERT_TRUE(instance.ready()) << instance.log().toStdString();
+    ASSERT_EQ(quillmark({QStringLiteral("record"), QStringLiteral("screen")}).exitCode, 0);
+    ASSERT_TRUE(waitUntil([] { return recordedSoFar() >= 0.5; }, std::chrono::seconds(20)));
+    const auto stopped = quillmark({QStringLiteral("record"), QStringLiteral("stop")});
+    EXPECT_EQ(stopped.exitCode, 1);
+    EXPECT_TRUE(stopped.err.contains("Pictures/Quillmark is a file")) << stopped.err.constData();
+    EXPECT_TRUE(stopped.err.contains(".local/state/Quillmark/recordings"))
+        << stopped.err.constData();
+    const QStringList kept = movies(kRecordings);
+    ASSERT_EQ(kept.size(), 1);
+    EXPECT_TRUE(indexAtFront(kept.first()));
+}
+
+} // namespace
