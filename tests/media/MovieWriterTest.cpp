@@ -239,6 +239,12 @@ TEST_F(MovieWriterTest, AFullDiskStopsTheRecordingWithAReasonAndKeepsWhatWasWrit
     ASSERT_FALSE(none.ok());
     EXPECT_EQ(none.error().reason, QStringLiteral("the disk is full"));
     EXPECT_FALSE(QFile::exists(disk.filePath(QStringLiteral("none.mov"))));
+    // Nor does finishing a movie onto it.
+    const auto onFullDisk = finalizeMovie(disk.filePath(QStringLiteral("full.mov")),
+                                          disk.filePath(QStringLiteral("final.mov")));
+    ASSERT_FALSE(onFullDisk.ok());
+    EXPECT_EQ(onFullDisk.error().reason, QStringLiteral("the disk is full"));
+    EXPECT_FALSE(QFile::exists(disk.filePath(QStringLiteral("final.mov"))));
 }
 
 } // namespace
