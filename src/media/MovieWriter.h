@@ -18,10 +18,10 @@ struct MovieSettings {
     bool systemAudio = false;
     bool microphone = false;
     // At 1920 × 1080, 30 fps, both sound tracks and a page scrolling all the time, veryfast
-    // costs about 0.65 of one core's second per second of movie and could write 70 frames a
-    // second on two cores: half the machine stays free for the program being recorded.
-    // "faster" costs 0.8 and fell to about 40 frames a second while another build ran
-    // (bench/media/bench_movie_writer).
+    // costs about 0.7 of one core's second per second of movie and can write 66-70 frames a
+    // second on two cores: more than half the machine stays free for the program being
+    // recorded and the screen grab. "faster" costs 0.9, writes 55 frames a second on an idle
+    // machine and only about 40 while another build runs (bench/media/bench_movie_writer).
     QString x264Preset = QStringLiteral("veryfast");
 };
 
