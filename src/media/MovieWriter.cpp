@@ -62,7 +62,9 @@ private:
     Track m_videoTrack;
     Sound m_system;
     Sound m_microphone;
-    // The newest video packet waits for the next one, which tells how long it is shown.
+    // The newest video packet waits for the next one, which tells how long it is shown. The
+    // last frame of a fragment is timed by its own entry alone: a wrong one would move every
+    // later frame earlier, away from its sound, after a gap.
     av::Packet m_heldVideo;
     bool m_holding = false;
     std::optional<std::int64_t> m_lastSlot;

@@ -125,30 +125,38 @@ TEST_F(MovieWriterTest, GapsInTheTimesLeaveNoHoleAndSoundStaysOnTime) {
     auto writer = create(QStringLiteral("gaps.mov"),
                          {.size = {160, 120}, .systemAudio = true, .microphone = true});
     ASSERT_TRUE(writer);
-    // Second 0-1: everything as usual, silent.
-    feed(*writer, 160, 120, 0s, 1s, 0, 0, true, true);
-    // Frames dropped and a sound-server stall: nothing at all until 1.5 s. A second frame in
-    // the same frame slot is no new frame.
-    const auto frame = test::movingBar(160, 120, 0);
-    ASSERT_TRUE(writer->writeVideo(frame.data(), 160 * 4, 1500ms).ok());
-    ASSERT_TRUE(writer->writeVideo(frame.data(), 160 * 4, 1510ms).ok());
-    EXPECT_EQ(writer->videoFramesWritten(), 31u);
-    // The system sound resumes with a tone at 2 s; the microphone comes back stamped 150 ms
-    // early, overlapping what was written, and its tone starts at 2.5 s.
+    // Two seconds as usual, then no frames (dropped, or a pause the caller took out badly) and
+    // no system sound (a stalled sound server) until 2.5 s. The frame after the gap is the
+    // 61st, a key frame, so the one before it ends a fragment with nothing after it to time it.
+    // From 2.5 s the microphone comes back stamped 150 ms early, overlapping what it wrote.
     const auto silence = test::tone(0, 480);
-    for (MediaTime t = 1500ms; t < 2s; t += 10ms)
-        ASSERT_TRUE(writer->writeAudio(AudioTrack::System, silence.data(), 480, t).ok());
-    for (MediaTime t = 850ms; t < 2500ms; t += 10ms)
-        ASSERT_TRUE(writer->writeAudio(AudioTrack::Microphone, silence.data(), 480, t).ok());
     const auto sound = test::tone(1000, 480);
-    for (MediaTime t = 2s; t < 3s; t += 10ms)
-        ASSERT_TRUE(writer->writeAudio(AudioTrack::System, sound.data(), 480, t).ok());
-    for (MediaTime t = 2500ms; t < 3s; t += 10ms)
-        ASSERT_TRUE(writer->writeAudio(AudioTrack::Microphone, sound.data(), 480, t).ok());
-    for (int slot = 46; slot < 90; ++slot) {
-        const auto pixels = test::movingBar(160, 120, slot);
-        ASSERT_TRUE(writer->writeVideo(pixels.data(), 160 * 4, slot * 1'000'000'000ns / 30).ok());
+    std::int64_t slot = 0;
+    for (MediaTime t = 0s; t < 3500ms; t += 10ms) {
+        const bool gap = t >= 2s && t < 2500ms;
+        for (; slot * 1'000'000'000ns / 30 <= t; ++slot) {
+            if (gap)
+                continue;
+            const auto pixels = test::movingBar(160, 120, int(slot));
+            ASSERT_TRUE(
+                writer->writeVideo(pixels.data(), 160 * 4, slot * 1'000'000'000ns / 30).ok());
+        }
+        if (!gap) {
+            ASSERT_TRUE(
+                writer
+                    ->writeAudio(AudioTrack::System, (t >= 2500ms ? sound : silence).data(), 480, t)
+                    .ok());
+        }
+        const MediaTime micTime = t >= 2500ms ? t - 150ms : t;
+        ASSERT_TRUE(writer
+                        ->writeAudio(AudioTrack::Microphone,
+                                     (micTime >= 3s ? sound : silence).data(), 480, micTime)
+                        .ok());
     }
+    // A second frame in the same frame slot is no new frame.
+    const auto again = test::movingBar(160, 120, 0);
+    ASSERT_TRUE(writer->writeVideo(again.data(), 160 * 4, 3480ms).ok());
+    EXPECT_EQ(writer->videoFramesWritten(), 60u + 30u);
     ASSERT_TRUE(writer->finish().ok());
 
     // The finished movie's index tells each frame's duration (a fragment's reader guesses).
@@ -158,15 +166,15 @@ TEST_F(MovieWriterTest, GapsInTheTimesLeaveNoHoleAndSoundStaysOnTime) {
     ASSERT_EQ(packets.size(), writer->videoFramesWritten());
     for (std::size_t i = 0; i + 1 < packets.size(); ++i)
         EXPECT_NEAR(packets[i].pts + packets[i].duration, packets[i + 1].pts, 1e-5) << i;
-    EXPECT_NEAR(packets[30].pts, 1.5, 1e-5);
-    EXPECT_NEAR(packets.back().pts + packets.back().duration, 3.0, 1e-5);
+    EXPECT_NEAR(packets[60].pts, 2.5, 1e-5);
+    EXPECT_NEAR(packets.back().pts + packets.back().duration, 3.5, 1e-5);
 
     const auto system = test::decodeAudio(movie, 0);
     const auto microphone = test::decodeAudio(movie, 1);
-    EXPECT_NEAR(test::firstSoundSeconds(system), 2.0, 0.003);
-    EXPECT_NEAR(test::firstSoundSeconds(microphone), 2.5, 0.003);
-    EXPECT_NEAR(double(system.size()) / 48000, 3.0, 0.03);
-    EXPECT_NEAR(double(microphone.size()) / 48000, 3.0, 0.03);
+    EXPECT_NEAR(test::firstSoundSeconds(system), 2.5, 0.003);
+    EXPECT_NEAR(test::firstSoundSeconds(microphone), 3.0, 0.003);
+    EXPECT_NEAR(double(system.size()) / 48000, 3.5, 0.03);
+    EXPECT_NEAR(double(microphone.size()) / 48000, 3.35, 0.03);
 }
 
 TEST_F(MovieWriterTest, NeverReplacesAFileAndRefusesSizesTheEncoderCannotTake) {
@@ -239,6 +247,12 @@ TEST_F(MovieWriterTest, AFullDiskStopsTheRecordingWithAReasonAndKeepsWhatWasWrit
     ASSERT_FALSE(none.ok());
     EXPECT_EQ(none.error().reason, QStringLiteral("the disk is full"));
     EXPECT_FALSE(QFile::exists(disk.filePath(QStringLiteral("none.mov"))));
+    // Nor does finishing a movie onto it.
+    const auto onFullDisk = finalizeMovie(disk.filePath(QStringLiteral("full.mov")),
+                                          disk.filePath(QStringLiteral("final.mov")));
+    ASSERT_FALSE(onFullDisk.ok());
+    EXPECT_EQ(onFullDisk.error().reason, QStringLiteral("the disk is full"));
+    EXPECT_FALSE(QFile::exists(disk.filePath(QStringLiteral("final.mov"))));
 }
 
 } // namespace
