@@ -2,14 +2,18 @@
 # Runs one test in a throw-away desktop: its own HOME and XDG folders, its own session bus
 # and, with --display, its own Xvfb and window manager, so tests never touch the user's
 # session or each other (the program claims one bus name per session).
-#   run-test.sh [--display WxH] [--monitor "NAME W/MMxH/MM+X+Y OUTPUT"]... [--tray] -- cmd…
+# With --sound it also gets a sound server of its own (scripts/test-services.sh), for tests
+# that listen to what they play and must not hear other tests.
+#   run-test.sh [--display WxH] [--monitor "NAME W/MMxH/MM+X+Y OUTPUT"]... [--tray] [--sound]
+#               -- cmd…
 set -u
-size=""; tray=0; monitors=()
+size=""; tray=0; sound=0; monitors=()
 while [ $# -gt 0 ]; do
     case "$1" in
     --display) size=$2; shift 2 ;;
     --monitor) monitors+=("$2"); shift 2 ;;
     --tray) tray=1; shift ;;
+    --sound) sound=1; shift ;;
     --) shift; break ;;
     *) break ;;
     esac
@@ -64,4 +68,7 @@ else
     unset DISPLAY
 fi
 
+if [ "$sound" = 1 ]; then
+    set -- bash "$(dirname "$0")/../scripts/test-services.sh" "$@"
+fi
 dbus-run-session -- "$@" 2> >(grep -v "Failed to set fd limit" >&2)

@@ -147,6 +147,21 @@ void TrayController::rebuildMenu() {
     notify->setCheckable(true);
     notify->setChecked(m_preferences.resultsAsNotifications());
     connect(notify, &QAction::toggled, &m_preferences, &Preferences::setResultsAsNotifications);
+    // What a recording takes in, until the settings window arrives.
+    options->addSection(QStringLiteral("Recording"));
+    const std::tuple<const char*, bool, void (Preferences::*)(bool)> recordingOptions[] = {
+        {"Record system audio", m_preferences.recordSystemAudio(),
+         &Preferences::setRecordSystemAudio},
+        {"Record microphone", m_preferences.recordMicrophone(), &Preferences::setRecordMicrophone},
+        {"Show webcam bubble", m_preferences.recordWebcam(), &Preferences::setRecordWebcam},
+        {"Highlight mouse clicks", m_preferences.highlightClicks(),
+         &Preferences::setHighlightClicks}};
+    for (const auto& [title, on, set] : recordingOptions) {
+        QAction* item = options->addAction(QString::fromUtf8(title));
+        item->setCheckable(true);
+        item->setChecked(on);
+        connect(item, &QAction::toggled, &m_preferences, set);
+    }
 
     const QStringList recent = recentCaptures(m_preferences.outputDirectory());
     if (!recent.isEmpty()) {

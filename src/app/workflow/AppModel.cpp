@@ -146,7 +146,9 @@ Result<quint64> AppModel::run(const Command& command) {
     const auto* capture = std::get_if<command::Capture>(&command);
     if (!capture)
         return quint64(0);
-    if (isCapturing() || countdown().isRunning() || isRecordingBusy())
+    if (isRecordingBusy())
+        return failure(QStringLiteral("Quillmark is recording; stop the recording first."));
+    if (isCapturing() || countdown().isRunning())
         return failure(QStringLiteral("Quillmark is already taking a capture; finish or cancel "
                                       "that one first."));
     if (capture->delaySeconds > 0)

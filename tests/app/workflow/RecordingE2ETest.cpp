@@ -38,6 +38,22 @@ double recordedSoFar() {
     return times.empty() ? 0 : times.back();
 }
 
+void xdotool(const QStringList& args) {
+    run(QStringLiteral("xdotool"), args);
+}
+
+// Our windows that cover the whole 1280×720 screen: the selection overlay.
+bool overlayShown() {
+    const auto found = run(QStringLiteral("xdotool"),
+                           {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                            QStringLiteral("--classname"), QStringLiteral("quillmark")});
+    for (const QString& id : QString::fromLatin1(found.out).split(u'\n', Qt::SkipEmptyParts))
+        if (run(QStringLiteral("xdotool"), {QStringLiteral("getwindowgeometry"), id})
+                .out.contains("Geometry: 1280x720"))
+            return true;
+    return false;
+}
+
 class Recording : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -63,6 +79,9 @@ TEST_F(Recording, TheCommandStartsAndStopsARecordingAndNamesTheMovie) {
     const auto again = quillmark({QStringLiteral("record"), QStringLiteral("area")});
     EXPECT_EQ(again.exitCode, 1);
     EXPECT_TRUE(again.err.contains("already recording")) << again.err.constData();
+    const auto capture = quillmark({QStringLiteral("capture"), QStringLiteral("fullscreen")});
+    EXPECT_EQ(capture.exitCode, 1);
+    EXPECT_EQ(capture.err, QByteArray("Quillmark is recording; stop the recording first.\n"));
 
     ASSERT_TRUE(waitUntil([] { return recordedSoFar() >= 1.0; }, std::chrono::seconds(20)));
     const auto stopped = quillmark({QStringLiteral("record"), QStringLiteral("stop")});
@@ -80,6 +99,28 @@ TEST_F(Recording, TheCommandStartsAndStopsARecordingAndNamesTheMovie) {
     const auto twice = quillmark({QStringLiteral("record"), QStringLiteral("stop")});
     EXPECT_EQ(twice.exitCode, 1);
     EXPECT_EQ(twice.err, QByteArray("Nothing is being recorded.\n"));
+}
+
+TEST_F(Recording, TheRecordShortcutRecordsAChosenAreaAndTheSameKeyStopsIt) {
+    Program instance;
+    ASSERT_TRUE(instance.ready()) << instance.log().toStdString();
+    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+6")});
+    ASSERT_TRUE(waitUntil(overlayShown));
+    // An odd-sized area: the movie drops the last column and row.
+    xdotool({QStringLiteral("mousemove"), QStringLiteral("100"), QStringLiteral("100"),
+             QStringLiteral("mousedown"), QStringLiteral("1"), QStringLiteral("mousemove"),
+             QStringLiteral("300"), QStringLiteral("250"), QStringLiteral("mousemove"),
+             QStringLiteral("501"), QStringLiteral("401"), QStringLiteral("mouseup"),
+             QStringLiteral("1")});
+    // During the countdown the key does nothing; once recording, it stops.
+    ASSERT_TRUE(waitUntil([] { return recordedSoFar() >= 1.0; }, std::chrono::seconds(20)));
+    xdotool({QStringLiteral("key"), QStringLiteral("ctrl+shift+6")});
+    ASSERT_TRUE(waitUntil([] { return movies(kPictures).size() == 1; }, std::chrono::seconds(20)))
+        << instance.log().toStdString();
+    const auto probed = probeMovie(movies(kPictures).first());
+    ASSERT_TRUE(probed.has_value());
+    const ProbedStream picture = probed->of(QStringLiteral("video")).front();
+    EXPECT_EQ(QSize(picture.width, picture.height), QSize(400, 300));
 }
 
 TEST_F(Recording, ARecordingCutOffByACrashIsSavedAtTheNextStart) {

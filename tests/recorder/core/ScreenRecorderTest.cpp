@@ -256,6 +256,26 @@ TEST_F(ScreenRecorderTest, AFullDiskEndsTheRecordingAndKeepsWhatWasWritten) {
     EXPECT_FALSE(test::videoFrameTimes(file).empty());
 }
 
+TEST_F(ScreenRecorderTest, WithoutASoundServerTheMovieHasPictureOnlyAndTheReasonIsKept) {
+    const QByteArray server = qgetenv("PULSE_SERVER");
+    qputenv("PULSE_SERVER", "unix:/nonexistent/pulse/native");
+    test::LogCapture log;
+    const auto started = recorder.start({QRect(0, 0, 320, 240), true, true},
+                                        path(QStringLiteral("quiet.partial.mov")));
+    qputenv("PULSE_SERVER", server);
+    ASSERT_TRUE(started.ok()) << started.error().reason.toStdString();
+    EXPECT_FALSE(started->systemAudio || started->microphone);
+    EXPECT_EQ(started->systemAudioProblem, QStringLiteral("No sound server is running"));
+    EXPECT_TRUE(log.contains(
+        QStringLiteral("Quillmark: no microphone available, recording without voiceover")));
+    ASSERT_TRUE(waitForFrames(10));
+    const QString saved = finished(stop());
+    const auto probed = test::probeMovie(saved);
+    ASSERT_TRUE(probed.has_value());
+    EXPECT_EQ(probed->of(QStringLiteral("video")).size(), 1u);
+    EXPECT_TRUE(probed->of(QStringLiteral("audio")).empty());
+}
+
 TEST_F(ScreenRecorderTest, RefusalsSayWhy) {
     const auto tiny =
         recorder.start({QRect(0, 0, 1, 1), false, false}, path(QStringLiteral("tiny.mov")));
