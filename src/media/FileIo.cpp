@@ -58,6 +58,7 @@ FileSink::FileSink(int fd)
     : m_fd(fd) {}
 
 FileSink::~FileSink() {
+    stopSyncing();
     freeIo(m_io);
     if (m_fd >= 0)
         ::close(m_fd);
@@ -99,6 +100,8 @@ std::int64_t FileSink::seek(void* opaque, std::int64_t offset, int whence) {
 Status FileSink::status() const {
     if (m_errno)
         return failure(av::describeErrno(m_errno));
+    if (const int error = m_syncErrno.load())
+        return failure(av::describeErrno(error));
     if (m_io && m_io->error < 0)
         return failure(av::errorText(m_io->error));
     return {};
@@ -116,7 +119,47 @@ Status FileSink::sync() {
     return {};
 }
 
+Status FileSink::syncSoon() {
+    if (m_io)
+        avio_flush(m_io);
+    if (auto s = status(); !s.ok())
+        return s;
+    {
+        std::lock_guard lock(m_syncMutex);
+        if (!m_syncer.joinable())
+            m_syncer = std::thread([this] { syncLoop(); });
+        m_syncWanted = true;
+    }
+    m_syncWake.notify_one();
+    return {};
+}
+
+void FileSink::syncLoop() {
+    std::unique_lock lock(m_syncMutex);
+    for (;;) {
+        m_syncWake.wait(lock, [this] { return m_syncWanted || m_syncQuit; });
+        if (m_syncQuit)
+            return;
+        m_syncWanted = false;
+        lock.unlock();
+        if (::fdatasync(m_fd) != 0 && errno != EINVAL && errno != EINTR)
+            m_syncErrno.store(errno);
+        lock.lock();
+    }
+}
+
+void FileSink::stopSyncing() {
+    {
+        std::lock_guard lock(m_syncMutex);
+        m_syncQuit = true;
+    }
+    m_syncWake.notify_one();
+    if (m_syncer.joinable())
+        m_syncer.join();
+}
+
 Status FileSink::close() {
+    stopSyncing();
     Status outcome = sync();
     freeIo(m_io);
     if (m_fd >= 0 && ::close(m_fd) != 0 && outcome.ok() && errno != EINTR)

@@ -3,8 +3,12 @@
 #include "base/Result.h"
 
 #include <QString>
+#include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
+#include <mutex>
+#include <thread>
 
 struct AVIOContext;
 
@@ -24,6 +28,10 @@ public:
     Status status() const;
     // Hands everything buffered to the disk and waits until it is stored there.
     Status sync();
+    // Hands everything buffered to the disk and has it stored there in the background, so
+    // the caller (the recording's writer thread) never waits on the disk; a failure shows in
+    // a later status().
+    Status syncSoon();
     // Syncs and closes the file; the sink accepts nothing afterwards.
     Status close();
 
@@ -32,9 +40,18 @@ private:
     static int write(void* opaque, std::uint8_t* data, int size);
     static std::int64_t seek(void* opaque, std::int64_t offset, int whence);
 
+    void syncLoop();
+    void stopSyncing();
+
     int m_fd = -1;
     int m_errno = 0;
+    std::atomic_int m_syncErrno{0}; // from the background sync
     AVIOContext* m_io = nullptr;
+    std::mutex m_syncMutex;
+    std::condition_variable m_syncWake;
+    bool m_syncWanted = false;
+    bool m_syncQuit = false;
+    std::thread m_syncer;
 };
 
 // The first `length` bytes of a file, for FFmpeg to read: what lies beyond is as if cut off.

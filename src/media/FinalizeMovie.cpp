@@ -157,4 +157,8 @@ Result<MovieSummary> finalizeMovie(const QString& fragmentedPath, const QString&
     return outcome;
 }
 
+QString noCompleteFrameReason() {
+    return kNoFrame;
+}
+
 } // namespace qm::media

@@ -240,7 +240,8 @@ Status FragmentedMovie::mux(AVPacket* packet, const Track& track) {
 Status FragmentedMovie::cutFragment() {
     m_fragmentStart.reset();
     const int r = av_write_frame(m_format.get(), nullptr); // writes the fragment out
-    if (Status disk = m_file->sync(); !disk.ok())
+    // Stored on the disk in the background: a slow disk must not hold up the frames.
+    if (Status disk = m_file->syncSoon(); !disk.ok())
         return disk;
     if (r < 0)
         return failure(QStringLiteral("the movie could not be written: ") + av::errorText(r));

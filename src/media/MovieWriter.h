@@ -66,4 +66,8 @@ struct MovieSummary {
 // holds no complete frame at all or the output cannot be written.
 Result<MovieSummary> finalizeMovie(const QString& fragmentedPath, const QString& outputPath);
 
+// The reason finalizeMovie gives when there is nothing to keep, as opposed to a movie it
+// could not write out.
+QString noCompleteFrameReason();
+
 } // namespace qm::media

@@ -72,33 +72,24 @@ Result<DeliveredRecording> deliverRecording(const QString& inProgress, const QSt
     QFile::remove(finished);
 
     QString movie = finished;
-    QString problem;
     const Result<media::MovieSummary> made = media::finalizeMovie(inProgress, finished);
     if (made) {
         QFile::remove(inProgress);
+    } else if (made.error().reason == media::noCompleteFrameReason()) {
+        QFile::remove(inProgress); // holds no picture, so nothing of the user's is lost
+        return made.error();
     } else {
-        QFile::remove(finished);
-        if (!QFileInfo(inProgress).size()) {
-            QFile::remove(inProgress);
-            return made.error();
-        }
         // Most players still read the recording as it was written; keep it rather than
         // nothing (a full disk leaves no room for the rewritten copy).
         qCWarning(lcRecording).noquote()
             << QStringLiteral("Could not finish the movie, keeping it as recorded: ") +
                    made.error().reason;
-        if (made.error().reason.contains(QStringLiteral("no complete frame"),
-                                         Qt::CaseInsensitive) ||
-            made.error().reason.contains(QStringLiteral("no picture"), Qt::CaseInsensitive)) {
-            QFile::remove(inProgress);
-            return made.error();
-        }
         movie = inProgress;
     }
 
     Result<QString> moved = SafeWrite::moveNewFile(movie, saveFolder, stem, QStringLiteral(".mov"));
     if (moved)
-        return DeliveredRecording{*moved, problem};
+        return DeliveredRecording{*moved, {}};
     qCWarning(lcRecording).noquote()
         << QStringLiteral("Quillmark recording move failed, keeping temp: ") + moved.error().reason;
     return DeliveredRecording{

@@ -4,17 +4,56 @@
 
 #include <QFile>
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace qm::recorder {
+
+namespace {
+// Encoding may wait a little; the grab and the sound may not.
+void giveWayToCapture() {
+    const pid_t thread = pid_t(::syscall(SYS_gettid));
+    errno = 0;
+    const int nice = ::getpriority(PRIO_PROCESS, id_t(thread));
+    if (errno == 0)
+        ::setpriority(PRIO_PROCESS, id_t(thread), std::min(nice + 5, 19));
+}
+} // namespace
+
+int RecordingSession::maxQueuedFrames(QSize frame) {
+    const qint64 frameBytes = qMax<qint64>(1, qint64(frame.width()) * frame.height() * 4);
+    return int(std::clamp<qint64>(48 * 1024 * 1024 / frameBytes, 3, 6));
+}
+
+Result<std::unique_ptr<media::MovieWriter>>
+RecordingSession::createWriter(const QString& path, const media::MovieSettings& settings) {
+    std::optional<Result<std::unique_ptr<media::MovieWriter>>> made;
+    std::thread([&] {
+        giveWayToCapture();
+        made.emplace(media::MovieWriter::create(path, settings));
+    }).join();
+    return std::move(*made);
+}
 
 RecordingSession::RecordingSession(Parts parts, QString path, QRect area, StopHandler onStopped)
     : m_parts(std::move(parts))
     , m_path(std::move(path))
     , m_lock(m_path)
     , m_area(area)
-    , m_onStopped(std::move(onStopped)) {
-    m_writerThread = std::thread([this] { writeLoop(); });
+    , m_onStopped(std::move(onStopped))
+    , m_maxQueuedFrames(maxQueuedFrames(area.size())) {
+    // The frame buffers are made and touched now: memory the process has not used before
+    // costs the kernel time page by page, which the first frames cannot afford.
+    const size_t frameBytes = size_t(area.width()) * size_t(area.height()) * 4;
+    for (int i = 0; i < m_maxQueuedFrames; ++i)
+        m_spareBuffers.emplace_back(frameBytes, std::uint8_t(0));
+    m_writerThread = std::thread([this] {
+        giveWayToCapture();
+        writeLoop();
+    });
 }
 
 RecordingSession::~RecordingSession() {
@@ -71,7 +110,7 @@ RecordingStats RecordingSession::stats() const {
     stats.framesSeen = m_seen;
     stats.framesWritten = m_written.load();
     stats.framesDropped = m_dropped;
-    stats.framesMissed = m_parts.video ? m_parts.video->missedFrames() : 0;
+    stats.framesMissed = m_missed;
     return stats;
 }
 
@@ -85,11 +124,18 @@ void RecordingSession::takeFrame(const platform::VideoFrame& frame) {
         if (!m_accepting)
             return;
         ++m_seen;
+        // Only a grab missed while the movie runs costs it a frame; before its first frame or
+        // inside a pause nothing is lost.
+        const std::uint64_t sourceMissed = m_parts.video->missedFrames();
+        const std::uint64_t missedNow = sourceMissed - m_sourceMissed;
+        m_sourceMissed = sourceMissed;
         if (!m_sessionStart)
             m_sessionStart = frame.pts; // the movie's time zero
+        else if (!m_gate.paused())
+            m_missed += missedNow;
         if (m_gate.dropVideo(frame.pts))
             return;
-        if (m_queuedFrames >= kMaxQueuedFrames) {
+        if (m_queuedFrames >= m_maxQueuedFrames) {
             ++m_dropped; // the encoder is behind: leave this frame out rather than fall further
                          // behind
             return;
@@ -165,7 +211,7 @@ void RecordingSession::writeLoop() {
             m_written = m_parts.writer->videoFramesWritten();
             std::lock_guard lock(m_mutex);
             --m_queuedFrames;
-            if (m_spareBuffers.size() < kMaxQueuedFrames)
+            if (m_spareBuffers.size() < size_t(m_maxQueuedFrames))
                 m_spareBuffers.push_back(std::move(video->pixels));
         } else {
             auto& audio = std::get<AudioItem>(item);

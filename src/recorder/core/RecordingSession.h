@@ -36,6 +36,12 @@ public:
     using StopHandler = std::function<void(const QString& reason)>;
 
     RecordingSession(Parts parts, QString path, QRect area, StopHandler onStopped);
+
+    // Makes the movie writer on a thread of lower priority, so the encoder's threads (which
+    // inherit it) give way to the screen grab: on a busy machine a late grab is a lost frame,
+    // while the encoder has a queue to catch up from.
+    static Result<std::unique_ptr<media::MovieWriter>>
+    createWriter(const QString& path, const media::MovieSettings& settings);
     ~RecordingSession();
     RecordingSession(const RecordingSession&) = delete;
     RecordingSession& operator=(const RecordingSession&) = delete;
@@ -49,8 +55,10 @@ public:
     Result<RecordedMovie> finish();
     RecordingStats stats() const;
 
-    // Frames waiting for the encoder at most; a frame beyond this is dropped.
-    static constexpr int kMaxQueuedFrames = 3;
+    // Frames waiting for the encoder at most, a frame beyond this is dropped: a sixth of a
+    // second for full HD, rides out a busy moment of the machine; bigger screens get at least
+    // three, within about 48 MB.
+    static int maxQueuedFrames(QSize frame);
     // Sound waiting for the encoder at most, in sample frames (one second).
     static constexpr int kMaxQueuedAudioFrames = platform::kAudioSampleRate;
 
@@ -83,6 +91,7 @@ private:
     std::deque<Item> m_queue;
     std::vector<std::vector<std::uint8_t>> m_spareBuffers; // reused frame buffers
     int m_queuedFrames = 0;
+    const int m_maxQueuedFrames;
     int m_queuedAudioFrames = 0;
     PauseGate m_gate;
     std::optional<MediaTime> m_sessionStart;
@@ -92,6 +101,8 @@ private:
     std::atomic_bool m_stopReported{false};
     std::uint64_t m_dropped = 0;
     std::uint64_t m_seen = 0;
+    std::uint64_t m_missed = 0;       // grabs missed while the movie was running
+    std::uint64_t m_sourceMissed = 0; // the stream's own count when last looked at
     std::atomic<std::uint64_t> m_written{0};
     std::thread m_writerThread;
     bool m_finished = false;

@@ -68,7 +68,7 @@ Result<StartedRecording> ScreenRecorder::start(const RecordingConfig& config, co
     settings.fps = kRecordingFps;
     settings.systemAudio = started.systemAudio;
     settings.microphone = started.microphone;
-    auto writer = media::MovieWriter::create(path, settings);
+    auto writer = RecordingSession::createWriter(path, settings);
     if (!writer)
         return writer.error();
     parts.writer = std::move(*writer);
