@@ -90,8 +90,9 @@ void TrayController::showRecordingState() {
         return;
     }
     const bool paused = recording.isPaused();
-    m_icon->setIcon(themedIcon(paused ? QStringLiteral("media-playback-pause")
-                                      : QStringLiteral("media-record")));
+    // The recording red of the control bar's dot, so the tray reads "recording" at a glance.
+    m_icon->setIcon(paused ? themedIcon(QStringLiteral("media-playback-pause"))
+                           : tintedIcon(QStringLiteral("media-record"), QColor(250, 69, 61)));
     const QString elapsed = m_elapsed.isEmpty() ? QStringLiteral("00:00") : m_elapsed;
     m_icon->setToolTip(paused ? QStringLiteral("Quillmark — recording paused at %1").arg(elapsed)
                               : QStringLiteral("Quillmark — recording %1").arg(elapsed));
