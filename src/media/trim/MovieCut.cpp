@@ -50,6 +50,7 @@ std::int64_t toStreamTime(double seconds, AVRational timeBase) {
 } // namespace
 
 struct MovieCut::Input {
+    QString path;
     av::InputFormat format;
     int video = -1;
     std::vector<int> audio;
@@ -87,6 +88,7 @@ Result<std::unique_ptr<MovieCut>> MovieCut::open(const QString& movie) {
                             av_find_input_format("mov"), nullptr) < 0)
         return failure(kDamaged);
     auto input = std::make_unique<Input>();
+    input->path = movie;
     input->format.reset(opened);
 
     for (unsigned i = 0; i < opened->nb_streams; ++i) {
@@ -122,8 +124,10 @@ namespace {
 // One pass over the input from the key frame at or before the start to the end of the range.
 class RangeCopier {
 public:
-    RangeCopier(AVFormatContext* input, int video, const std::vector<int>& audio)
-        : m_input(input)
+    RangeCopier(const QString& path, AVFormatContext* input, int video,
+                const std::vector<int>& audio)
+        : m_path(path)
+        , m_input(input)
         , m_video(video)
         , m_audio(audio) {}
 
@@ -140,10 +144,12 @@ private:
     };
 
     Status seekToKeyFrame(std::int64_t start);
+    Status addSoundLeadIn(int stream);
     Status openOutput(const QString& path);
     Status copy(AVPacket* packet);
     Status diskOr(int result, const QString& what) const;
 
+    QString m_path;
     AVFormatContext* m_input;
     int m_video;
     std::vector<int> m_audio;
@@ -212,6 +218,50 @@ Status RangeCopier::seekToKeyFrame(std::int64_t start) {
         if (packet->stream_index == m_video && packet->pts <= start)
             cut = std::max(cut, packet->pts);
     m_summary.startSeconds = double(cut) * av_q2d(video->time_base);
+    return {};
+}
+
+// Seeking to the key frame puts each sound track at the cut's own time, but an AAC decoder
+// needs the packet before the cut to make the first sound at the cut right. That packet is
+// fetched with a second reader, which can seek the sound track on its own.
+Status RangeCopier::addSoundLeadIn(int stream) {
+    const AVStream* sound = m_input->streams[stream];
+    const AVRational base = sound->time_base;
+    const std::int64_t cut = toStreamTime(m_summary.startSeconds, base);
+    std::int64_t first = INT64_MAX, length = sound->codecpar->frame_size;
+    for (const av::Packet& packet : m_lead)
+        if (packet->stream_index == stream) {
+            first = std::min(first, packet->pts);
+            length = packet->duration > 0 ? packet->duration : length;
+        }
+    if (length <= 0)
+        length = 1024;
+    if (first != INT64_MAX && first + length <= cut)
+        return {}; // the lead-in was read anyway
+    const std::int64_t bound = first != INT64_MAX ? first : cut;
+
+    AVFormatContext* opened = nullptr;
+    if (avformat_open_input(&opened, QFile::encodeName(m_path).constData(),
+                            av_find_input_format("mov"), nullptr) < 0)
+        return failure(kDamaged);
+    const av::InputFormat reader(opened);
+    if (av_seek_frame(opened, stream, cut - 2 * length, AVSEEK_FLAG_BACKWARD) < 0)
+        return {}; // nothing before the cut: the sound starts there
+    std::vector<av::Packet> leadIn;
+    for (;;) {
+        av::Packet packet(av_packet_alloc());
+        if (!packet)
+            return failure(av::describeErrno(ENOMEM));
+        if (av_read_frame(opened, packet.get()) < 0)
+            break;
+        if (packet->stream_index != stream)
+            continue;
+        if (packet->pts == AV_NOPTS_VALUE || packet->pts >= bound)
+            break;
+        leadIn.push_back(std::move(packet));
+    }
+    m_lead.insert(m_lead.begin(), std::make_move_iterator(leadIn.begin()),
+                  std::make_move_iterator(leadIn.end()));
     return {};
 }
 
@@ -297,6 +347,9 @@ Result<TrimSummary> RangeCopier::run(const QString& outputPath, double start, do
     const AVRational videoBase = m_input->streams[m_video]->time_base;
     if (Status found = seekToKeyFrame(toStreamTime(start, videoBase)); !found.ok())
         return found.error();
+    for (int sound : m_audio)
+        if (Status added = addSoundLeadIn(sound); !added.ok())
+            return added.error();
     if (Status opened = openOutput(outputPath); !opened.ok())
         return opened.error();
     const std::int64_t cut = toStreamTime(m_summary.startSeconds, videoBase);
@@ -360,7 +413,7 @@ Result<TrimSummary> RangeCopier::run(const QString& outputPath, double start, do
 Result<TrimSummary> MovieCut::writeRange(const QString& output, double start, double end,
                                          const std::function<void(double)>& progress,
                                          const std::atomic_bool* cancel) {
-    RangeCopier copier(m_input->format.get(), m_input->video, m_input->audio);
+    RangeCopier copier(m_input->path, m_input->format.get(), m_input->video, m_input->audio);
     return copier.run(output, start, end, progress, cancel);
 }
 
