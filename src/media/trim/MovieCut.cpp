@@ -155,7 +155,7 @@ private:
     std::vector<int> m_audio;
     av::OutputFormat m_output;
     std::unique_ptr<FileSink> m_file;
-    std::vector<Track> m_tracks; // per input stream
+    std::vector<Track> m_tracks;    // per input stream
     std::vector<av::Packet> m_lead; // read while looking for the frame at the start
     TrimSummary m_summary;
     std::int64_t m_keyFrame = 0;

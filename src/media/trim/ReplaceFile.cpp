@@ -41,8 +41,8 @@ Error replaceFailure(int error) {
 QString hiddenSiblingPath(const QString& target) {
     const QFileInfo info(target);
     const QString tag = QUuid::createUuid().toString(QUuid::Id128).left(12);
-    return info.absoluteDir().filePath(QLatin1Char('.') + info.fileName() + QLatin1Char('.') +
-                                       tag + QStringLiteral(".trimming"));
+    return info.absoluteDir().filePath(QLatin1Char('.') + info.fileName() + QLatin1Char('.') + tag +
+                                       QStringLiteral(".trimming"));
 }
 
 Status replaceFile(const QString& replacement, const QString& target) {

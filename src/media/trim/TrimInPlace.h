@@ -19,7 +19,7 @@ struct TrimSummary {
     double startSeconds = 0; // the frame a player now shows first (the one on screen at the
                              // asked start)
     double durationSeconds = 0;
-    std::uint64_t videoFrames = 0; // frames a player shows
+    std::uint64_t videoFrames = 0;   // frames a player shows
     std::uint64_t copiedPackets = 0; // every picture and sound packet stored, pre-roll included
 };
 

@@ -12,41 +12,37 @@ namespace qm::test {
 
 namespace {
 
-QStringList md5Column(const QByteArray& framemd5) {
-    QStringList hashes;
-    for (const QByteArray& line : framemd5.split('\n')) {
-        if (line.isEmpty() || line.startsWith('#'))
-            continue;
-        hashes << QString::fromLatin1(line.split(',').last().trimmed());
-    }
-    return hashes;
+QStringList words(const char* text) {
+    return QString::fromLatin1(text).split(QLatin1Char(' '));
 }
 
-QStringList ffmpegArgs(const QString& input, const QStringList& rest) {
-    return QStringList{QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-i"), input}
-           << rest;
+QByteArray ffmpeg(const QStringList& args) {
+    return run(QStringLiteral("ffmpeg"), words("-v error") + args, std::chrono::seconds(60)).out;
+}
+
+QStringList md5Column(const QByteArray& framemd5) {
+    QStringList hashes;
+    for (const QByteArray& line : framemd5.split('\n'))
+        if (!line.isEmpty() && !line.startsWith('#'))
+            hashes << QString::fromLatin1(line.split(',').last().trimmed());
+    return hashes;
 }
 
 } // namespace
 
 bool makeMovie(const QString& path, double seconds, bool withSound) {
     const QString length = QString::number(seconds);
-    QStringList args{QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-f"),
-                     QStringLiteral("lavfi"), QStringLiteral("-i"),
-                     QStringLiteral("testsrc2=size=320x240:rate=30:duration=") + length};
+    QStringList args = words("-f lavfi -i")
+                       << QStringLiteral("testsrc2=size=320x240:rate=30:duration=") + length;
     if (withSound)
-        args << QStringLiteral("-f") << QStringLiteral("lavfi") << QStringLiteral("-i")
+        args << words("-f lavfi -i")
              << QStringLiteral("sine=frequency=440:sample_rate=48000:duration=") + length
-             << QStringLiteral("-ac") << QStringLiteral("2") << QStringLiteral("-c:a")
-             << QStringLiteral("aac");
-    args << QStringLiteral("-c:v") << QStringLiteral("libx264") << QStringLiteral("-preset")
-         << QStringLiteral("veryfast") << QStringLiteral("-profile:v") << QStringLiteral("high")
-         << QStringLiteral("-pix_fmt") << QStringLiteral("yuv420p") << QStringLiteral("-g")
-         << QStringLiteral("60") << QStringLiteral("-keyint_min") << QStringLiteral("60")
-         << QStringLiteral("-sc_threshold") << QStringLiteral("0") << QStringLiteral("-bf")
-         << QStringLiteral("0") << QStringLiteral("-movflags") << QStringLiteral("+faststart")
-         << QStringLiteral("-f") << QStringLiteral("mov") << path;
-    return run(QStringLiteral("ffmpeg"), args, std::chrono::seconds(60)).exitCode == 0;
+             << words("-ac 2 -c:a aac");
+    args << words("-c:v libx264 -preset veryfast -profile:v high -pix_fmt yuv420p -g 60 "
+                  "-keyint_min 60 -sc_threshold 0 -bf 0 -movflags +faststart -f mov")
+         << path;
+    ffmpeg(args);
+    return probeMovie(path).has_value();
 }
 
 QString sharedMovie(bool withSound) {
@@ -68,31 +64,18 @@ QStringList folderEntries(const QString& folder) {
 }
 
 QStringList shownFrameHashes(const QString& path) {
-    return md5Column(run(QStringLiteral("ffmpeg"),
-                         ffmpegArgs(path, {QStringLiteral("-map"), QStringLiteral("0:v:0"),
-                                           QStringLiteral("-fps_mode"),
-                                           QStringLiteral("passthrough"), QStringLiteral("-f"),
-                                           QStringLiteral("framemd5"), QStringLiteral("-")}))
-                         .out);
+    return md5Column(ffmpeg(QStringList{QStringLiteral("-i"), path} +
+                            words("-map 0:v:0 -fps_mode passthrough -f framemd5 -")));
 }
 
 QStringList storedPacketHashes(const QString& path) {
-    return md5Column(run(QStringLiteral("ffmpeg"),
-                         ffmpegArgs(path, {QStringLiteral("-map"), QStringLiteral("0:v:0"),
-                                           QStringLiteral("-c"), QStringLiteral("copy"),
-                                           QStringLiteral("-f"), QStringLiteral("framemd5"),
-                                           QStringLiteral("-")}))
-                         .out);
+    return md5Column(ffmpeg(QStringList{QStringLiteral("-i"), path} +
+                            words("-map 0:v:0 -c copy -f framemd5 -")));
 }
 
 std::vector<std::int16_t> playedSound(const QString& path) {
-    const QByteArray raw =
-        run(QStringLiteral("ffmpeg"),
-            ffmpegArgs(path, {QStringLiteral("-map"), QStringLiteral("0:a:0"),
-                              QStringLiteral("-ac"), QStringLiteral("1"), QStringLiteral("-ar"),
-                              QStringLiteral("48000"), QStringLiteral("-f"),
-                              QStringLiteral("s16le"), QStringLiteral("-")}))
-            .out;
+    const QByteArray raw = ffmpeg(QStringList{QStringLiteral("-i"), path} +
+                                  words("-map 0:a:0 -ac 1 -ar 48000 -f s16le -"));
     std::vector<std::int16_t> samples(std::size_t(raw.size()) / 2);
     std::memcpy(samples.data(), raw.constData(), samples.size() * 2);
     return samples;
@@ -101,6 +84,10 @@ std::vector<std::int16_t> playedSound(const QString& path) {
 double probedDuration(const QString& path) {
     const auto movie = probeMovie(path);
     return movie ? movie->duration : 0;
+}
+
+void runFfmpeg(const QStringList& args) {
+    ffmpeg(args);
 }
 
 } // namespace qm::test

@@ -16,6 +16,9 @@ bool makeMovie(const QString& path, double seconds, bool withSound = true);
 // A 10 s movie made by makeMovie once per test program, to copy from; empty when it failed.
 QString sharedMovie(bool withSound = true);
 
+// Runs the ffmpeg command quietly.
+void runFfmpeg(const QStringList& args);
+
 QByteArray fileBytes(const QString& path);
 // The names in a folder, hidden ones included.
 QStringList folderEntries(const QString& folder);
