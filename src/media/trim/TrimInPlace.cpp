@@ -4,6 +4,7 @@
 #include "media/trim/ReplaceFile.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <cmath>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -55,23 +56,26 @@ QString cancelledReason() {
 Result<TrimSummary> trimInPlace(const QString& movie, double startSeconds, double endSeconds,
                                 const std::function<void(double fraction)>& progress,
                                 const std::atomic_bool* cancel) {
-    auto cut = MovieCut::open(movie);
+    // A link to the movie stays a link: the file it points at is the one replaced.
+    const QString canonical = QFileInfo(movie).canonicalFilePath();
+    const QString& target = canonical.isEmpty() ? movie : canonical;
+    auto cut = MovieCut::open(target);
     if (!cut)
         return cut.error();
-    if (!writable(movie))
+    if (!writable(target))
         return failure(QStringLiteral("the movie is read-only"));
     const auto range = checkRange(startSeconds, endSeconds, (*cut)->durationSeconds());
     if (!range)
         return range.error();
 
-    const QString temporary = hiddenSiblingPath(movie);
+    const QString temporary = hiddenSiblingPath(target);
     Result<TrimSummary> outcome =
         (*cut)->writeRange(temporary, range->first, range->second, progress, cancel);
     cut->reset(); // the original is closed before it is replaced
     if (outcome.ok() && cancel && cancel->load())
         outcome = failure(cancelledReason());
     if (outcome.ok()) {
-        if (Status replaced = replaceFile(temporary, movie); !replaced.ok())
+        if (Status replaced = replaceFile(temporary, target); !replaced.ok())
             outcome = replaced.error();
     }
     if (!outcome.ok()) {

@@ -98,6 +98,10 @@ const BadInput kBadInputs[] = {
      "the trim range is not a number"},
 };
 
+void PrintTo(const BadInput& input, std::ostream* os) {
+    *os << input.name;
+}
+
 class TrimBadInputTest : public ::testing::TestWithParam<BadInput> {};
 
 TEST_P(TrimBadInputTest, IsRefusedWithItsReasonAndTheFileUntouched) {

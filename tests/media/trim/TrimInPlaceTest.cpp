@@ -44,6 +44,10 @@ struct Cut {
     int keyFrame;             // where the copied packets begin
 };
 
+void PrintTo(const Cut& cut, std::ostream* os) {
+    *os << cut.name;
+}
+
 class ExactCutTest : public TrimInPlaceTest, public ::testing::WithParamInterface<Cut> {};
 
 TEST_P(ExactCutTest, ShowsExactlyTheRangeFromUntouchedPackets) {
@@ -103,10 +107,14 @@ INSTANTIATE_TEST_SUITE_P(Ranges, ExactCutTest,
                                            Cut{"TheShortestAllowed", 3.0, 3.2, 90, 96, 60}),
                          [](const auto& test) { return std::string(test.param.name); });
 
+// Also through a link, which stays a link to the trimmed movie.
 TEST_F(TrimInPlaceTest, AMovieWithoutSoundKeepsItsPictureOnly) {
     const QString movie = copyMovie(m_dir.path(), false);
-    const auto summary = trimInPlace(movie, 1.5, 3.0);
+    const QString link = m_dir.filePath(QStringLiteral("Link.mov"));
+    ASSERT_TRUE(QFile::link(movie, link));
+    const auto summary = trimInPlace(link, 1.5, 3.0);
     ASSERT_TRUE(summary.ok()) << summary.error().reason.toStdString();
+    EXPECT_TRUE(QFileInfo(link).isSymLink());
     EXPECT_EQ(test::shownFrameHashes(movie),
               test::shownFrameHashes(test::sharedMovie(false)).mid(45, 45));
     const auto probed = test::probeMovie(movie);
