@@ -7,6 +7,7 @@
 #include <QFileInfo>
 #include <algorithm>
 #include <cmath>
+#include <sys/stat.h>
 #include <vector>
 
 extern "C" {
@@ -293,6 +294,9 @@ Status RangeCopier::openOutput(const QString& path) {
     if (!file)
         return file.error();
     m_file = std::move(*file);
+    // Only its owner may read the new movie until it takes the original's place and
+    // permissions: a recording can be private.
+    ::chmod(QFile::encodeName(path).constData(), 0600);
     output->pb = m_file->io();
     output->flags |= AVFMT_FLAG_CUSTOM_IO;
     // Moving the index to the front reads the file back by its name.

@@ -126,9 +126,20 @@ TEST_F(TrimInPlaceTest, ACancelledTrimLeavesTheOriginal) {
     const QString movie = copyMovie(m_dir.path());
     const QByteArray before = test::fileBytes(movie);
     std::atomic_bool cancel{false};
+    QStringList scraps; // the half-written movie, which only its owner may read
+    QFileDevice::Permissions scrapPermissions;
     const auto summary = trimInPlace(
-        movie, 1.0, 9.0, [&](double f) { cancel = f > 0.3; }, &cancel);
+        movie, 1.0, 9.0,
+        [&](double f) {
+            cancel = f > 0.3;
+            scraps = test::folderEntries(m_dir.path()).filter(QStringLiteral(".trimming"));
+            if (!scraps.isEmpty())
+                scrapPermissions = QFile::permissions(m_dir.filePath(scraps.first()));
+        },
+        &cancel);
     ASSERT_FALSE(summary.ok());
+    EXPECT_EQ(scraps.size(), 1);
+    EXPECT_EQ(scrapPermissions & 0xF0FF, QFile::ReadOwner | QFile::WriteOwner);
     EXPECT_EQ(summary.error().reason, cancelledReason());
     EXPECT_EQ(test::fileBytes(movie), before);
     EXPECT_EQ(test::folderEntries(m_dir.path()), QStringList{QStringLiteral("Clip.mov")});
