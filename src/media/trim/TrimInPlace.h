@@ -36,8 +36,9 @@ struct TrimSummary {
 // file removed; the reason is one sentence ("the movie is read-only").
 //
 // `progress` is called on the calling thread with fractions from 0 to 1. `cancel`, when set
-// from another thread, stops the work at the next packet. Blocks on decoding-free copying and
-// disk writes: call it off the GUI thread.
+// from another thread, stops the work at the next packet. Reads and writes the whole kept
+// range (about a second for a few hundred megabytes) and waits for the disk: call it off the
+// GUI thread. A link is followed: the movie it points at is replaced, the link stays.
 Result<TrimSummary> trimInPlace(const QString& movie, double startSeconds, double endSeconds,
                                 const std::function<void(double fraction)>& progress = {},
                                 const std::atomic_bool* cancel = nullptr);
