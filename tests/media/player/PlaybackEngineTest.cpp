@@ -118,8 +118,9 @@ TEST_F(PlaybackEngineTest, ASessionStopsAtTheEndOfTheKeptRange) {
     session.togglePlay(); // at the end: starts over from 0.5
     ASSERT_TRUE(test::waitUntil([&] { return !session.isPlaying(); }));
     EXPECT_GE(session.current(), 1.2 - 0.02);
-    EXPECT_LT(session.current(), 1.2 + 0.1);
-    EXPECT_LT(player->position(), 1.2 + 0.1);
+    // Within a beat or so of the end (a busy machine may be late with one), never run on.
+    EXPECT_LT(session.current(), 1.2 + 0.2);
+    EXPECT_LT(player->position(), 1.2 + 0.2);
 }
 
 } // namespace
