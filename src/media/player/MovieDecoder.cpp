@@ -28,6 +28,8 @@ struct MovieDecoder::Impl {
     // The frame last returned, and its time.
     av::Frame shown;
     double lastTime = -1;
+    // While catching up to a seek's target: the time before which nothing is shown.
+    double skipBefore = -1;
 
     double timeOf(const AVFrame* frame) const {
         int64_t pts = frame->best_effort_timestamp;
@@ -56,8 +58,17 @@ struct MovieDecoder::Impl {
                 avcodec_send_packet(codec.get(), nullptr);
                 continue;
             }
-            if (packet->stream_index == stream)
+            if (packet->stream_index == stream) {
+                // Pictures that end before the wanted one and that no other picture refers to
+                // need not be decoded at all: this makes a seek far from a key frame quicker.
+                const double end =
+                    (packet->pts == AV_NOPTS_VALUE || packet->duration <= 0)
+                        ? -1
+                        : (packet->pts + packet->duration) * av_q2d(timeBase) - startTime;
+                codec->skip_frame = end >= 0 && end <= skipBefore - kTimeSlack ? AVDISCARD_NONREF
+                                                                               : AVDISCARD_DEFAULT;
                 avcodec_send_packet(codec.get(), packet.get());
+            }
             av_packet_unref(packet.get());
         }
     }
@@ -168,6 +179,7 @@ Result<VideoFrame> MovieDecoder::frameAt(double seconds, int height) {
         best.reset(av_frame_clone(d->shown.get()));
     else if (!d->seekBefore(seconds))
         return failure(QStringLiteral("Could not show the movie at that time"));
+    d->skipBefore = seconds;
     for (;;) {
         av::Frame frame = d->takeNext();
         if (!frame)
@@ -181,6 +193,7 @@ Result<VideoFrame> MovieDecoder::frameAt(double seconds, int height) {
         if (t > seconds + kTimeSlack)
             break; // the target lies before the first frame
     }
+    d->skipBefore = -1;
     if (!best)
         return failure(QStringLiteral("Could not show the movie at that time"));
     return d->show(std::move(best), height);

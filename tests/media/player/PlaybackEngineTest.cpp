@@ -101,11 +101,9 @@ TEST_F(PlaybackEngineTest, PlaysOnTheSystemTimerWhenSilent) {
 TEST_F(PlaybackEngineTest, PlaysThroughTheAudioOutputWhenThereIsOne) {
     PlaybackEngine engine(s_movie, true);
     playsInStepWithTheClock(engine);
-    // Without a sound server the clock falls back to the timer and playback works the same.
-    if (qEnvironmentVariableIsSet("QUILLMARK_EXPECT_SOUND")) {
-        engine.play();
-        EXPECT_TRUE(engine.isSounding());
-    }
+    // With no sound server at all the clock falls back to the timer and playback works the same.
+    engine.play();
+    EXPECT_EQ(engine.isSounding(), qgetenv("QUILLMARK_EXPECT_SOUND") == "1");
 }
 
 TEST_F(PlaybackEngineTest, ASessionStopsAtTheEndOfTheKeptRange) {
