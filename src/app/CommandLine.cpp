@@ -56,6 +56,10 @@ QString commandLineUsage() {
         "  record area          choose an area or a window to record\n"
         "  record screen        record the screen under the pointer\n"
         "  record stop          stop recording and save the movie\n"
+        "  trim MOVIE --from SECONDS --to SECONDS\n"
+        "                       keep only that range of the movie, in place\n"
+        "  gif MOVIE [--from SECONDS] [--to SECONDS] [--fps N] [--max-size PIXELS] [-o FILE]\n"
+        "                       make a looping GIF of the movie (or of a range of it)\n"
         "  --help               show this text\n"
         "  --version            show the version\n"
         "\n"
@@ -89,6 +93,8 @@ std::optional<int> answerLocally(const Result<Command>& parsed) {
         printLine(stdout, versionLine());
         return 0;
     }
+    if (worksOnFilesAlone(*parsed))
+        return std::nullopt;
     if (const auto missing = missingDisplay()) {
         printLine(stderr, *missing);
         return 1;
@@ -105,6 +111,11 @@ void printLine(std::FILE* stream, const QString& text) {
         std::fputc('\n', stream);
 }
 
+bool worksOnFilesAlone(const Command& command) {
+    return std::holds_alternative<command::Trim>(command) ||
+           std::holds_alternative<command::Gif>(command);
+}
+
 namespace {
 
 Error error(const QString& message) {
@@ -119,6 +130,91 @@ std::optional<int> strictSeconds(const QString& text) {
     return text.toInt();
 }
 
+// A time in seconds: digits with an optional fraction ("2", "2.5", ".5").
+std::optional<double> strictTime(const QString& text) {
+    static const QRegularExpression number(
+        QStringLiteral("^([0-9]{1,6}(\\.[0-9]{0,6})?|\\.[0-9]{1,6})$"));
+    if (!number.match(text).hasMatch())
+        return std::nullopt;
+    return text.toDouble();
+}
+
+// The value of "--name VALUE" or "--name=VALUE" at arguments[i], moving i past it.
+std::optional<QString> optionValue(const QStringList& arguments, qsizetype& i,
+                                   const QString& name) {
+    const QString& arg = arguments.at(i);
+    if (arg == name) {
+        if (i + 1 >= arguments.size())
+            return QString();
+        return arguments.at(++i);
+    }
+    if (arg.startsWith(name + QLatin1Char('=')))
+        return arg.mid(name.size() + 1);
+    return std::nullopt;
+}
+
+Result<Command> parseMovieCommand(const QStringList& arguments) {
+    const QString verb = arguments.first();
+    const bool trim = verb == QLatin1String("trim");
+    if (arguments.size() < 2 || arguments.at(1).startsWith(QLatin1Char('-')))
+        return error(QStringLiteral("Say which movie: \"quillmark %1 MOVIE …\".").arg(verb));
+    command::Trim cut{arguments.at(1)};
+    command::Gif gif{arguments.at(1)};
+    bool hasFrom = false;
+    bool hasTo = false;
+    for (qsizetype i = 2; i < arguments.size(); ++i) {
+        const QString arg = arguments.at(i);
+        const QString name = arg.section(QLatin1Char('='), 0, 0);
+        std::optional<QString> value;
+        if (name == QLatin1String("--from") || name == QLatin1String("--to")) {
+            value = optionValue(arguments, i, name);
+            const auto seconds = strictTime(*value);
+            if (!seconds)
+                return error(QStringLiteral("%1 takes a time in seconds, such as 2.5, not \"%2\".")
+                                 .arg(name, *value));
+            if (name == QLatin1String("--from")) {
+                cut.from = *seconds;
+                gif.from = *seconds;
+                hasFrom = true;
+            } else {
+                cut.to = *seconds;
+                gif.to = *seconds;
+                hasTo = true;
+            }
+        } else if (!trim && name == QLatin1String("--fps")) {
+            value = optionValue(arguments, i, name);
+            const auto fps = strictTime(*value);
+            if (!fps || *fps < 1 || *fps > 50)
+                return error(QStringLiteral("--fps takes a frame rate from 1 to 50, not \"%1\".")
+                                 .arg(*value));
+            gif.fps = *fps;
+        } else if (!trim && name == QLatin1String("--max-size")) {
+            value = optionValue(arguments, i, name);
+            const std::optional<int> pixels = strictSeconds(*value);
+            if (!pixels || *pixels < 16 || *pixels > 3840)
+                return error(
+                    QStringLiteral("--max-size takes a size in pixels from 16 to 3840, not \"%1\".")
+                        .arg(*value));
+            gif.maxSize = *pixels;
+        } else if (!trim && (arg == QLatin1String("-o") || name == QLatin1String("--output"))) {
+            value = optionValue(arguments, i, arg == QLatin1String("-o") ? arg : name);
+            if (value->isEmpty())
+                return error(QStringLiteral("%1 needs a file name.").arg(arg));
+            gif.output = *value;
+        } else {
+            return error(QStringLiteral("Unknown option \"%1\" for %2.").arg(arg, verb));
+        }
+    }
+    if (trim && (!hasFrom || !hasTo))
+        return error(QStringLiteral(
+            "Say which range to keep: \"quillmark trim MOVIE --from SECONDS --to SECONDS\"."));
+    if (hasFrom && hasTo && cut.to <= cut.from)
+        return error(QStringLiteral("--to must come after --from."));
+    if (trim)
+        return Command{cut};
+    return Command{gif};
+}
+
 } // namespace
 
 Result<Command> parseCommandLine(const QStringList& arguments) {
@@ -129,6 +225,8 @@ Result<Command> parseCommandLine(const QStringList& arguments) {
         return Command{command::Help{}};
     if (verb == QLatin1String("--version"))
         return Command{command::Version{}};
+    if (verb == QLatin1String("trim") || verb == QLatin1String("gif"))
+        return parseMovieCommand(arguments);
     if (verb == QLatin1String("record")) {
         if (arguments.size() < 2)
             return error(QStringLiteral("Say what to do: \"quillmark record area\", \"screen\" or "

@@ -30,11 +30,30 @@ struct Capture {
 struct Record {
     RecordAction action = RecordAction::Area;
 };
+// Cut a movie to a range, in place, without a running instance.
+struct Trim {
+    QString movie;
+    double from = 0;
+    double to = 0;
+};
+// A looping GIF of a movie's range, without a running instance. Unset values come from the
+// settings ("gif.fps", "gif.maxDimension") and the whole movie.
+struct Gif {
+    QString movie;
+    std::optional<double> from;
+    std::optional<double> to;
+    std::optional<double> fps;
+    std::optional<int> maxSize;
+    QString output; // empty: named by the clip rule in the save folder
+};
 struct Help {};
 struct Version {};
 } // namespace command
-using Command = std::variant<command::Start, command::Capture, command::Record, command::Help,
-                             command::Version>;
+using Command = std::variant<command::Start, command::Capture, command::Record, command::Trim,
+                             command::Gif, command::Help, command::Version>;
+
+// Whether the command works on files alone: no display and no running instance needed.
+bool worksOnFilesAlone(const Command& command);
 
 // Parses the arguments after the program name; a failure's reason is one sentence for the
 // terminal, naming the argument and what is wrong with it.

@@ -41,7 +41,8 @@ int main(int argc, char** argv) {
     const auto parsed = qm::parseCommandLine(QCoreApplication::arguments().mid(1));
     if (const auto answered = qm::answerLocally(parsed))
         return *answered;
-    if (qm::instanceRunning())
+    // Trimming and GIFs work on files here and now; everything else goes to the instance.
+    if (!qm::worksOnFilesAlone(*parsed) && qm::instanceRunning())
         return qm::printResult(qm::forwardToRunningInstance(*parsed, patience()));
     const QString tray = trayProgram();
     if (tray.isEmpty()) {

@@ -2,6 +2,7 @@
 #include "app/BackendChoice.h"
 #include "app/BusClient.h"
 #include "app/CommandLine.h"
+#include "app/FileCommands.h"
 #include "app/shell/BusService.h"
 #include "app/shell/TrayController.h"
 #include "app/workflow/AppModel.h"
@@ -32,6 +33,13 @@ int main(int argc, char** argv) {
     if (const auto answered = qm::answerLocally(parsed))
         return *answered;
     const qm::Command command = *parsed;
+    if (qm::worksOnFilesAlone(command)) {
+        // Trimming and GIFs need neither a display nor the running instance.
+        QCoreApplication app(argc, argv);
+        QCoreApplication::setApplicationName(QStringLiteral("Quillmark"));
+        QCoreApplication::setOrganizationName(QStringLiteral("quillworks"));
+        return qm::runFileCommand(command);
+    }
 
     // Text recognition is far faster single-threaded on small machines; it must be set before
     // the engine starts.

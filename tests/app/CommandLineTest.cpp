@@ -29,6 +29,23 @@ TEST(CommandLine, AcceptsTheCaptureVerbs) {
     EXPECT_EQ(std::get<command::Record>(parse({"record", "area"})).action, RecordAction::Area);
     EXPECT_EQ(std::get<command::Record>(parse({"record", "screen"})).action, RecordAction::Screen);
     EXPECT_EQ(std::get<command::Record>(parse({"record", "stop"})).action, RecordAction::Stop);
+
+    const auto trim =
+        std::get<command::Trim>(parse({"trim", "a b.mov", "--from", "2", "--to=5.5"}));
+    EXPECT_EQ(trim.movie, QStringLiteral("a b.mov"));
+    EXPECT_EQ(trim.from, 2.0);
+    EXPECT_EQ(trim.to, 5.5);
+    const auto whole = std::get<command::Gif>(parse({"gif", "m.mov"}));
+    EXPECT_FALSE(whole.from || whole.to || whole.fps || whole.maxSize);
+    EXPECT_TRUE(whole.output.isEmpty());
+    const auto gif = std::get<command::Gif>(
+        parse({"gif", "m.mov", "--from", ".5", "--fps", "15", "--max-size", "480", "-o", "x.gif"}));
+    EXPECT_EQ(gif.from, 0.5);
+    EXPECT_EQ(gif.fps, 15.0);
+    EXPECT_EQ(gif.maxSize, 480);
+    EXPECT_EQ(gif.output, QStringLiteral("x.gif"));
+    EXPECT_TRUE(worksOnFilesAlone(Command{gif}) && worksOnFilesAlone(Command{trim}));
+    EXPECT_FALSE(worksOnFilesAlone(parse({"capture", "region"})));
 }
 
 TEST(CommandLine, BadInputIsOneSentence) {
@@ -42,7 +59,15 @@ TEST(CommandLine, BadInputIsOneSentence) {
                              {"capture", "region", "--loud"},
                              {"record"},
                              {"record", "window"},
-                             {"record", "area", "--delay", "3"}}) {
+                             {"record", "area", "--delay", "3"},
+                             {"trim"},
+                             {"trim", "m.mov", "--from", "2"},
+                             {"trim", "m.mov", "--from", "5", "--to", "2"},
+                             {"trim", "m.mov", "--from", "2s", "--to", "5"},
+                             {"trim", "m.mov", "--from", "1", "--to", "2", "--fps", "12"},
+                             {"gif", "m.mov", "--fps", "0"},
+                             {"gif", "m.mov", "--max-size", "99999"},
+                             {"gif", "m.mov", "-o"}}) {
         QStringList list;
         for (const char* a : args)
             list << QString::fromLatin1(a);

@@ -4,6 +4,7 @@
 #include "app/workflow/CaptureRouter.h"
 #include "app/workflow/EditorWindows.h"
 #include "app/workflow/RecordingFlows.h"
+#include "app/workflow/TrimWindows.h"
 #include "base/Preferences.h"
 #include "capture/core/ShareableContentCache.h"
 #include "editor/ui/AnnotationEditorController.h"
@@ -32,13 +33,17 @@ AppModel::AppModel(Services services, QObject* parent)
               [this](const QString& status) { setStatus(status); },
               [this](bool capturing) { Q_EMIT isCapturingChanged(capturing); },
               [this](const CaptureOutcome& o) { Q_EMIT captureEnded(m_captureCount, o); }}))
+    , m_trims(std::make_unique<TrimWindows>(
+          services.preferences, services.sounds, services.toasts,
+          TrimWindows::Report{[this](const QString& path) { addToLibrary(path); }}))
     , m_recording(std::make_unique<RecordingFlows>(
           RecordingFlows::Services{services.preferences, services.capture, m_flows->overlay(),
                                    m_flows->countdown(), services.sounds, services.toasts,
                                    services.video, services.audio, services.camera,
                                    services.clicks},
           RecordingFlows::Report{[this](const QString& status) { setStatus(status); },
-                                 [this](const QString& path) { addToLibrary(path); }})) {}
+                                 [this](const QString& path) { addToLibrary(path); },
+                                 [this](const QString& path) { openTrimWindow(path); }})) {}
 
 AppModel::~AppModel() = default;
 
@@ -168,6 +173,10 @@ void AppModel::recordScreen() {
     if (isCapturing() || countdown().isRunning() || isRecordingBusy())
         return;
     m_recording->recordScreen();
+}
+
+void AppModel::openTrimWindow(const QString& movie) {
+    m_trims->open(movie);
 }
 
 void AppModel::stopRecording() {

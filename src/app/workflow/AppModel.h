@@ -18,6 +18,7 @@ namespace qm {
 class AnnotationEditorController;
 class CaptureFlows;
 class RecordingFlows;
+class TrimWindows;
 class CaptureRouter;
 class CountdownController;
 class EditorWindows;
@@ -76,6 +77,9 @@ public:
     void recordScreen();
     void stopRecording();
     RecordingFlows& recording() const { return *m_recording; }
+    // Opens a movie in the trim window (play, cut in place, export a GIF).
+    void openTrimWindow(const QString& movie);
+    TrimWindows& trimWindows() const { return *m_trims; }
     // Starts what the command asks for. For a capture, the number captureEnded will carry
     // when it ends; a failure when a capture is already under way.
     Result<quint64> run(const Command& command);
@@ -117,6 +121,7 @@ private:
     std::unique_ptr<EditorWindows> m_editors;
     std::unique_ptr<CaptureRouter> m_router;
     std::unique_ptr<CaptureFlows> m_flows;
+    std::unique_ptr<TrimWindows> m_trims;
     std::unique_ptr<RecordingFlows> m_recording;
 
     QString m_lastStatus;

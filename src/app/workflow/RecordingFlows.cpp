@@ -50,6 +50,7 @@ RecordingFlows::RecordingFlows(Services services, Report report, QObject* parent
     , m_report(std::move(report))
     , m_recorder(std::make_unique<recorder::ScreenRecorder>(services.video, services.audio))
     , m_windows(std::make_unique<RecordingWindows>(services.camera, services.clicks)) {
+    m_delivering.setMaxThreadCount(1);
     m_recorder->onStoppedUnexpectedly = [this](const QString& reason) { stoppedByItself(reason); };
     m_windows->onStop = [this] { stopRecording(); };
     m_windows->onPauseToggle = [this](bool paused) { setPaused(paused); };
@@ -255,7 +256,7 @@ void RecordingFlows::stoppedByItself(const QString& reason) {
 void RecordingFlows::deliver(const QString& inProgress, bool recovered, OutcomeCallback saved) {
     const QString saveFolder = m_services.preferences.outputDirectory();
     QPointer<RecordingFlows> self(this);
-    QThreadPool::globalInstance()->start([self, inProgress, saveFolder, recovered, saved] {
+    m_delivering.start([self, inProgress, saveFolder, recovered, saved] {
         Result<recorder::DeliveredRecording> delivered =
             recorder::deliverRecording(inProgress, saveFolder);
         QMetaObject::invokeMethod(
@@ -302,8 +303,9 @@ void RecordingFlows::deliver(const QString& inProgress, bool recovered, OutcomeC
                         QStringLiteral("Recording stopped: %1. What was recorded is saved as %2.")
                             .arg(why, name),
                         QStringLiteral("dialog-warning"), ToastCenter::Style::Error);
-                } else if (flows.m_services.preferences.trimAfterRecording()) {
-                    flows.m_services.toasts.presentSaved(path);
+                } else if (flows.m_services.preferences.trimAfterRecording() &&
+                           flows.m_report.trim) {
+                    flows.m_report.trim(path);
                 } else {
                     revealInFolder(path);
                 }

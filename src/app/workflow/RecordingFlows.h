@@ -9,6 +9,7 @@
 #include <QRectF>
 #include <QScreen>
 #include <QString>
+#include <QThreadPool>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -56,6 +57,8 @@ public:
         std::function<void(const QString& status)> status;
         // A finished movie in the save folder (or where it had to stay).
         std::function<void(const QString& path)> saved;
+        // Review and trim it, when the settings ask for that after a recording.
+        std::function<void(const QString& path)> trim;
     };
     enum class Phase { Idle, Selecting, Countdown, Starting, Recording, Finishing };
 
@@ -103,6 +106,8 @@ private:
     std::vector<OutcomeCallback> m_saved;
     QString m_inProgress;
     QString m_stoppedReason;
+    // Movies are finished and moved one at a time, not behind other background work.
+    QThreadPool m_delivering;
 };
 
 } // namespace qm

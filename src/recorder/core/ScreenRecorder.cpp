@@ -4,7 +4,6 @@
 #include "recorder/core/RecordingSession.h"
 
 #include <QPointer>
-#include <QThreadPool>
 
 namespace qm::recorder {
 
@@ -12,7 +11,9 @@ ScreenRecorder::ScreenRecorder(platform::ScreenVideoBackend& video,
                                platform::AudioCaptureBackend& audio, QObject* parent)
     : QObject(parent)
     , m_video(video)
-    , m_audio(audio) {}
+    , m_audio(audio) {
+    m_finishing.setMaxThreadCount(1);
+}
 
 ScreenRecorder::~ScreenRecorder() {
     if (m_session)
@@ -104,7 +105,7 @@ void ScreenRecorder::stop(std::function<void(Result<RecordedMovie>)> onFinish) {
     std::shared_ptr<RecordingSession> session = std::move(m_session);
     QPointer<ScreenRecorder> self(this);
     // Writing out the queue and closing the file can take a moment; the GUI stays responsive.
-    QThreadPool::globalInstance()->start([session, self, onFinish = std::move(onFinish)]() mutable {
+    m_finishing.start([session, self, onFinish = std::move(onFinish)]() mutable {
         Result<RecordedMovie> movie = session->finish();
         QMetaObject::invokeMethod(
             self.data(),

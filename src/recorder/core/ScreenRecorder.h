@@ -6,6 +6,7 @@
 #include <QObject>
 #include <QSize>
 #include <QString>
+#include <QThreadPool>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -77,6 +78,8 @@ private:
     platform::ScreenVideoBackend& m_video;
     platform::AudioCaptureBackend& m_audio;
     std::shared_ptr<RecordingSession> m_session;
+    // Finishing runs here, never queued behind other background work; waited for on exit.
+    QThreadPool m_finishing;
 };
 
 } // namespace qm::recorder

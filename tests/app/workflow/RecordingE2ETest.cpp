@@ -60,7 +60,7 @@ protected:
         QDir(kPictures).removeRecursively();
         QDir(kRecordings).removeRecursively();
         QFile::remove(settingsPath());
-        // The trim window is not part of this test; the movie is announced with a toast.
+        // After a recording the movie opens in the trim window.
         QSettings settings(settingsPath(), QSettings::IniFormat);
         settings.setValue(QStringLiteral("trimAfterRecording"), true);
     }
@@ -95,6 +95,14 @@ TEST_F(Recording, TheCommandStartsAndStopsARecordingAndNamesTheMovie) {
     EXPECT_EQ(probed->of(QStringLiteral("video")).front().width, 1280);
     EXPECT_TRUE(indexAtFront(path));
     EXPECT_TRUE(movies(kRecordings).isEmpty()) << "nothing is left behind";
+    // With "trim after recording" on, the movie opens in the trim window.
+    EXPECT_TRUE(waitUntil([&] {
+        return run(QStringLiteral("xdotool"),
+                   {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                    QStringLiteral("--name"),
+                    QStringLiteral("Trim Recording — ") + QFileInfo(path).fileName()})
+                   .exitCode == 0;
+    }));
 
     const auto twice = quillmark({QStringLiteral("record"), QStringLiteral("stop")});
     EXPECT_EQ(twice.exitCode, 1);

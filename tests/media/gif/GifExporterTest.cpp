@@ -90,10 +90,11 @@ TEST_F(GifExporterTest, FramesBuiltFromChangedPartsLookLikeTheMovie) {
     for (std::size_t i = 0; i < frames.size(); ++i) {
         EXPECT_LT(test::meanDifference(frames[i], source[i]), 6.0) << "frame " << i;
         // …and it is that frame, not a neighbour.
-        if (i + 1 < source.size())
+        if (i + 1 < source.size()) {
             EXPECT_LT(test::meanDifference(frames[i], source[i]),
                       test::meanDifference(frames[i], source[i + 1]))
                 << "frame " << i;
+        }
     }
 }
 

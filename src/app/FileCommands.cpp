@@ -1,0 +1,102 @@
+#include "app/FileCommands.h"
+
+#include "base/Preferences.h"
+#include "base/SettingsStore.h"
+#include "media/gif/GIFExporter.h"
+#include "media/trim/TrimInPlace.h"
+
+#include <QFileInfo>
+#include <cstdio>
+#include <unistd.h>
+
+namespace qm {
+
+namespace {
+
+// "Trimming… 42%", rewritten in place on a terminal, a line per tenth otherwise.
+class Progress {
+public:
+    explicit Progress(QString label)
+        : m_label(std::move(label))
+        , m_terminal(::isatty(::fileno(stderr)) != 0) {}
+    void operator()(double fraction) {
+        const int percent = int(fraction * 100);
+        if (percent == m_shown || (!m_terminal && percent / 10 == m_shown / 10))
+            return;
+        m_shown = percent;
+        const QByteArray line = QStringLiteral("%1… %2%").arg(m_label).arg(percent).toLocal8Bit();
+        std::fprintf(stderr, m_terminal ? "\r%s" : "%s\n", line.constData());
+        std::fflush(stderr);
+    }
+    void done() {
+        if (m_terminal && m_shown >= 0)
+            std::fputc('\n', stderr);
+    }
+
+private:
+    QString m_label;
+    bool m_terminal;
+    int m_shown = -1;
+};
+
+int trim(const command::Trim& request) {
+    if (!QFileInfo(request.movie).isFile()) {
+        printLine(stderr, QStringLiteral("Could not trim: %1 does not exist.").arg(request.movie));
+        return 1;
+    }
+    Progress progress(QStringLiteral("Trimming"));
+    const auto trimmed = media::trim::trimInPlace(request.movie, request.from, request.to,
+                                                  [&](double f) { progress(f); });
+    progress.done();
+    if (!trimmed) {
+        printLine(stderr, QStringLiteral("Could not trim: ") + trimmed.error().reason);
+        return 1;
+    }
+    printLine(stdout, QFileInfo(request.movie).absoluteFilePath());
+    return 0;
+}
+
+int gif(const command::Gif& request) {
+    if (!QFileInfo(request.movie).isFile()) {
+        printLine(stderr,
+                  QStringLiteral("Could not make a GIF: %1 does not exist.").arg(request.movie));
+        return 1;
+    }
+    // The same settings the trim window uses: frame rate, size and the save folder.
+    IniSettingsStore store;
+    Preferences preferences(store);
+    media::GIFExporter::Request job;
+    job.movie = request.movie;
+    job.range.start = request.from.value_or(0);
+    if (request.to)
+        job.range.duration = *request.to - job.range.start;
+    job.settings.fps = request.fps.value_or(preferences.gifFPS());
+    job.settings.maxDimension =
+        request.maxSize ? double(*request.maxSize) : preferences.gifMaxDimension();
+    if (request.output.isEmpty())
+        job.output = media::GIFExporter::IntoFolder{preferences.outputDirectory()};
+    else
+        job.output = media::GIFExporter::ToFile{request.output};
+    Progress progress(QStringLiteral("Making the GIF"));
+    job.progress = [&](double f) { progress(f); };
+    const auto written = media::GIFExporter::exportRange(job);
+    progress.done();
+    if (!written) {
+        printLine(stderr, written.error().reason);
+        return 1;
+    }
+    printLine(stdout, *written);
+    return 0;
+}
+
+} // namespace
+
+int runFileCommand(const Command& command) {
+    if (const auto* t = std::get_if<command::Trim>(&command))
+        return trim(*t);
+    if (const auto* g = std::get_if<command::Gif>(&command))
+        return gif(*g);
+    return 2;
+}
+
+} // namespace qm
