@@ -97,6 +97,23 @@ TEST_F(GifExporterTest, FramesBuiltFromChangedPartsLookLikeTheMovie) {
     }
 }
 
+// Smooth gradients need more colours than a GIF frame has: they are dithered, and still look
+// like the movie (a palette or a remap gone wrong would not).
+TEST_F(GifExporterTest, GradientsThatNeedMoreColoursStillLookLikeTheMovie) {
+    const QString movie = path(QStringLiteral("gradients.mov"));
+    ASSERT_TRUE(test::makeMovie(
+        movie, QStringLiteral("gradients=s=320x240:r=30:speed=0.05:nb_colors=8,trim=duration=1")));
+    const auto gif = exportTo(movie, {0, 1.0}, GIFExporter::ToFile{path(QStringLiteral("g.gif"))},
+                              {.fps = 5, .maxDimension = 960});
+    ASSERT_TRUE(gif.ok()) << gif.error().reason.toStdString();
+    const auto frames = gifFrames(*gif);
+    const auto source = test::movieFrames(movie, 0, 6, 5, {320, 240});
+    ASSERT_EQ(frames.size(), 5u);
+    ASSERT_EQ(source.size(), 5u);
+    for (std::size_t i = 0; i < frames.size(); ++i)
+        EXPECT_LT(test::meanDifference(frames[i], source[i]), 4.0) << "frame " << i;
+}
+
 TEST_F(GifExporterTest, AStillScreenWithALittleMovementCostsLittle) {
     const QString movie = path(QStringLiteral("still.mov"));
     ASSERT_TRUE(test::makeMovie(
