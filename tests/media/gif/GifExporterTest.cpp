@@ -3,10 +3,13 @@
 #include "GifFiles.h"
 #include "ScratchMount.h"
 #include "TestSupport.h"
+#include "media/gif/GIFExportJob.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
+#include <QThread>
 #include <gtest/gtest.h>
 #include <numeric>
 
@@ -90,10 +93,11 @@ TEST_F(GifExporterTest, FramesBuiltFromChangedPartsLookLikeTheMovie) {
     for (std::size_t i = 0; i < frames.size(); ++i) {
         EXPECT_LT(test::meanDifference(frames[i], source[i]), 6.0) << "frame " << i;
         // …and it is that frame, not a neighbour.
-        if (i + 1 < source.size())
+        if (i + 1 < source.size()) {
             EXPECT_LT(test::meanDifference(frames[i], source[i]),
                       test::meanDifference(frames[i], source[i + 1]))
                 << "frame " << i;
+        }
     }
 }
 
@@ -275,6 +279,54 @@ TEST_F(GifExporterTest, WithoutAnEndTheRangeRunsToTheEndOfTheMovie) {
                  {.fps = 10, .maxDimension = 960});
     ASSERT_TRUE(gif.ok()) << gif.error().reason.toStdString();
     EXPECT_EQ(readGif(*gif).delays.size(), 15u);
+}
+
+TEST_F(GifExporterTest, AJobReportsOnTheCallersThreadAndClosingItMidwayLeavesNoFile) {
+    const QString movie = movingMovie(QStringLiteral("Clip.mov"), {320, 240}, 4);
+    const QString folder = path(QStringLiteral("out"));
+    QObject window;
+    std::optional<Result<QString>> outcome;
+    double lastProgress = 0;
+    bool allOnMainThread = true;
+    const GIFExporter::Request request{.movie = movie,
+                                       .range = {0, 0.5},
+                                       .output = GIFExporter::IntoFolder{folder},
+                                       .settings = {.fps = 10, .maxDimension = 960}};
+    {
+        GIFExportJob job(
+            request, &window,
+            [&](double fraction) {
+                allOnMainThread &= QThread::currentThread() == window.thread();
+                lastProgress = std::max(lastProgress, fraction);
+            },
+            [&](const Result<QString>& written) {
+                allOnMainThread &= QThread::currentThread() == window.thread();
+                outcome = written;
+            });
+        ASSERT_TRUE(test::waitUntil([&] { return outcome.has_value(); }));
+    }
+    ASSERT_TRUE(outcome->ok());
+    EXPECT_EQ(**outcome, QDir(folder).filePath(QStringLiteral("Clip.gif")));
+    EXPECT_EQ(lastProgress, 1.0);
+    EXPECT_TRUE(allOnMainThread);
+
+    // The window closes while a long export runs.
+    QFile::remove(**outcome);
+    outcome.reset();
+    bool started = false;
+    {
+        GIFExportJob job(
+            {.movie = movie,
+             .range = {0, 4},
+             .output = GIFExporter::IntoFolder{folder},
+             .settings = {.fps = 50, .maxDimension = 960}},
+            &window, [&](double) { started = true; },
+            [&](const Result<QString>& written) { outcome = written; });
+        ASSERT_TRUE(test::waitUntil([&] { return started; }));
+    }
+    QCoreApplication::processEvents();
+    EXPECT_FALSE(outcome.has_value() && outcome->ok()) << "finished before it was closed";
+    EXPECT_TRUE(gifsIn(folder).isEmpty());
 }
 
 } // namespace
