@@ -8,6 +8,10 @@
 #include <QFileInfo>
 #include <algorithm>
 #include <cmath>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <thread>
 
 namespace qm::media {
 
@@ -33,6 +37,63 @@ public:
 private:
     QString m_path;
     bool m_kept = false;
+};
+
+// Frames from the decoding thread to the encoding one: at most two wait, and their buffers
+// go back to be filled again.
+class FramePipe {
+public:
+    struct Frame {
+        bool present = false;
+        std::vector<std::uint8_t> pixels;
+    };
+
+    // Waits for room; false once the reading side has gone.
+    bool push(const std::vector<std::uint8_t>* pixels) {
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [&] { return m_closed || m_ready.size() < kDepth; });
+        if (m_closed)
+            return false;
+        Frame frame;
+        if (!m_spare.empty()) {
+            frame = std::move(m_spare.back());
+            m_spare.pop_back();
+        }
+        frame.present = pixels != nullptr;
+        if (pixels)
+            frame.pixels.assign(pixels->begin(), pixels->end());
+        m_ready.push_back(std::move(frame));
+        m_changed.notify_all();
+        return true;
+    }
+
+    Frame pop() {
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [&] { return !m_ready.empty(); });
+        Frame frame = std::move(m_ready.front());
+        m_ready.pop_front();
+        m_changed.notify_all();
+        return frame;
+    }
+
+    void recycle(Frame frame) {
+        const std::lock_guard lock(m_mutex);
+        m_spare.push_back(std::move(frame));
+    }
+
+    void close() {
+        const std::lock_guard lock(m_mutex);
+        m_closed = true;
+        m_changed.notify_all();
+    }
+
+private:
+    static constexpr std::size_t kDepth = 2;
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::deque<Frame> m_ready;
+    std::vector<Frame> m_spare;
+    bool m_closed = false;
 };
 
 bool cancelled(const GIFExporter::Request& request) {
@@ -124,16 +185,39 @@ Result<QString> GIFExporter::exportRange(const Request& request) {
     if (!writer)
         return writer.error();
 
+    // Decoding and scaling run on a thread of their own, a frame or two ahead of the palette
+    // work here.
+    FramePipe pipe;
+    std::thread decoding([&] {
+        for (int i = 0; i < count; ++i) {
+            const auto* pixels = reader.frameAt(start + i / settings.fps);
+            if (!pipe.push(pixels))
+                return;
+        }
+    });
+    struct Join {
+        FramePipe& pipe;
+        std::thread& thread;
+        ~Join() {
+            pipe.close();
+            thread.join();
+        }
+    } join{pipe, decoding};
+
     int written = 0;
+    int delay = 0; // a frame that cannot be had is left out; its time goes to the next one
     for (int i = 0; i < count; ++i) {
         if (cancelled(request))
             return failure(cancelledMessage());
-        // A frame that cannot be had is left out; the GIF goes on with the next one.
-        if (const auto* pixels = reader.frameAt(start + i / settings.fps)) {
-            if (auto added = (*writer)->addFrame(pixels->data(), delays[std::size_t(i)]); !added)
+        delay += delays[std::size_t(i)];
+        FramePipe::Frame frame = pipe.pop();
+        if (frame.present) {
+            if (auto added = (*writer)->addFrame(frame.pixels.data(), delay); !added)
                 return added.error();
             ++written;
+            delay = 0;
         }
+        pipe.recycle(std::move(frame));
         if (request.progress)
             request.progress(double(i + 1) / count);
     }

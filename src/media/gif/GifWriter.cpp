@@ -8,23 +8,35 @@
 #include <cstring>
 #include <gif_lib.h>
 #include <libimagequant.h>
+#include <omp.h>
 #include <unistd.h>
 
 namespace qm::media {
 
 namespace {
 
-struct AttrFree {
-    void operator()(liq_attr* a) const { liq_attr_destroy(a); }
-};
 struct ImageFree {
     void operator()(liq_image* i) const { liq_image_destroy(i); }
 };
-struct ResultFree {
-    void operator()(liq_result* r) const { liq_result_destroy(r); }
+struct HistogramFree {
+    void operator()(liq_histogram* h) const { liq_histogram_destroy(h); }
 };
-struct ColorMapFree {
-    void operator()(ColorMapObject* m) const { GifFreeMapObject(m); }
+
+// libimagequant works on one thread here: the decoding thread has the other core, and
+// OpenMP's workers spin while they wait, which on a busy machine made the export slower
+// than one thread (bench/gif). Restores the caller's setting.
+class OneQuantizingThread {
+public:
+    OneQuantizingThread()
+        : m_previous(omp_get_max_threads()) {
+        omp_set_num_threads(1);
+    }
+    ~OneQuantizingThread() { omp_set_num_threads(m_previous); }
+    OneQuantizingThread(const OneQuantizingThread&) = delete;
+    OneQuantizingThread& operator=(const OneQuantizingThread&) = delete;
+
+private:
+    int m_previous;
 };
 
 bool samePixel(const std::uint8_t* a, const std::uint8_t* b, int tolerance) {
@@ -33,6 +45,16 @@ bool samePixel(const std::uint8_t* a, const std::uint8_t* b, int tolerance) {
 }
 
 } // namespace
+
+void GifWriter::AttrFree::operator()(liq_attr* attr) const {
+    liq_attr_destroy(attr);
+}
+void GifWriter::ResultFree::operator()(liq_result* result) const {
+    liq_result_destroy(result);
+}
+void GifWriter::MapFree::operator()(ColorMapObject* map) const {
+    GifFreeMapObject(map);
+}
 
 Result<std::unique_ptr<GifWriter>> GifWriter::open(int fd, QSize size, GifWriterOptions options) {
     int error = 0;
@@ -60,7 +82,10 @@ GifWriter::GifWriter(GifFileType* file, QSize size, GifWriterOptions options)
     : m_file(file)
     , m_size(size)
     , m_options(options)
-    , m_shown(std::size_t(size.width()) * size.height() * 4) {}
+    , m_attr(liq_attr_create())
+    , m_shown(std::size_t(size.width()) * size.height() * 4) {
+    liq_set_speed(m_attr.get(), options.speed);
+}
 
 GifWriter::~GifWriter() {
     if (m_file)
@@ -112,7 +137,59 @@ GifWriter::Rect GifWriter::changedRect(const std::uint8_t* rgba) const {
     return {left, top, right - left + 1, bottom - top + 1};
 }
 
+// A palette for the whole picture as it is now (the pixels written so far), with one
+// transparent entry for the pixels a frame leaves alone.
+Status GifWriter::makePalette() {
+    const int width = m_size.width();
+    const int height = m_size.height();
+    std::unique_ptr<liq_image, ImageFree> whole(
+        liq_image_create_rgba(m_attr.get(), m_shown.data(), width, height, 0));
+    std::unique_ptr<liq_histogram, HistogramFree> histogram(liq_histogram_create(m_attr.get()));
+    liq_result* quantized = nullptr;
+    if (!whole || !histogram ||
+        liq_histogram_add_image(histogram.get(), m_attr.get(), whole.get()) != LIQ_OK ||
+        liq_histogram_add_fixed_color(histogram.get(), liq_color{0, 0, 0, 0}, 0) != LIQ_OK ||
+        liq_histogram_quantize(histogram.get(), m_attr.get(), &quantized) != LIQ_OK)
+        return failure(QStringLiteral("GIF encoding failed"));
+    m_palette.reset(quantized);
+
+    const liq_palette* palette = liq_get_palette(quantized);
+    int colours = 2;
+    while (colours < int(palette->count))
+        colours *= 2;
+    m_map.reset(GifMakeMapObject(colours, nullptr));
+    if (!m_map)
+        return failure(QStringLiteral("GIF encoding failed"));
+    m_transparent = NO_TRANSPARENT_COLOR;
+    for (int i = 0; i < colours; ++i) {
+        const liq_color c = i < int(palette->count) ? palette->entries[i] : liq_color{0, 0, 0, 255};
+        m_map->Colors[i] = {c.r, c.g, c.b};
+        if (i < int(palette->count) && c.a < 128 && m_transparent == NO_TRANSPARENT_COLOR)
+            m_transparent = i;
+    }
+    return {};
+}
+
+// How far the remapped patch is from the patch: the mean squared difference per channel
+// over the pixels it writes.
+double GifWriter::remapError() const {
+    const ColorMapObject* map = m_map.get();
+    double total = 0;
+    std::size_t counted = 0;
+    for (std::size_t i = 0; i < m_indices.size(); ++i) {
+        const std::uint8_t* pixel = m_patch.data() + i * 4;
+        if (pixel[3] == 0)
+            continue;
+        const GifColorType& c = map->Colors[m_indices[i]];
+        const int r = pixel[0] - c.Red, g = pixel[1] - c.Green, b = pixel[2] - c.Blue;
+        total += r * r + g * g + b * b;
+        ++counted;
+    }
+    return counted ? total / (3.0 * counted) : 0;
+}
+
 Status GifWriter::addFrame(const std::uint8_t* rgba, int delay) {
+    const OneQuantizingThread oneThread;
     const int width = m_size.width();
     Rect rect{0, 0, width, m_size.height()};
     if (!m_first) {
@@ -141,34 +218,38 @@ Status GifWriter::addFrame(const std::uint8_t* rgba, int delay) {
     }
     m_first = false;
 
-    std::unique_ptr<liq_attr, AttrFree> attr(liq_attr_create());
-    liq_set_speed(attr.get(), m_options.speed);
     std::unique_ptr<liq_image, ImageFree> image(
-        liq_image_create_rgba(attr.get(), m_patch.data(), rect.width, rect.height, 0));
-    liq_result* quantized = nullptr;
-    if (!image || liq_image_quantize(image.get(), attr.get(), &quantized) != LIQ_OK)
+        liq_image_create_rgba(m_attr.get(), m_patch.data(), rect.width, rect.height, 0));
+    if (!image)
         return failure(QStringLiteral("GIF encoding failed"));
-    std::unique_ptr<liq_result, ResultFree> result(quantized);
-    liq_set_dithering_level(result.get(), m_options.dithering);
     m_indices.resize(std::size_t(rect.width) * rect.height);
-    if (liq_write_remapped_image(result.get(), image.get(), m_indices.data(), m_indices.size()) !=
-        LIQ_OK)
-        return failure(QStringLiteral("GIF encoding failed"));
-    const liq_palette* palette = liq_get_palette(result.get());
-
-    int transparent = NO_TRANSPARENT_COLOR;
-    int colours = 2;
-    while (colours < int(palette->count))
-        colours *= 2;
-    std::unique_ptr<ColorMapObject, ColorMapFree> map(GifMakeMapObject(colours, nullptr));
-    if (!map)
-        return failure(QStringLiteral("GIF encoding failed"));
-    for (int i = 0; i < colours; ++i) {
-        const liq_color c = i < int(palette->count) ? palette->entries[i] : liq_color{0, 0, 0, 255};
-        map->Colors[i] = {c.r, c.g, c.b};
-        if (i < int(palette->count) && c.a < 128 && transparent == NO_TRANSPARENT_COLOR)
-            transparent = i;
+    auto remap = [&](float dithering) {
+        liq_set_dithering_level(m_palette.get(), dithering);
+        return liq_write_remapped_image(m_palette.get(), image.get(), m_indices.data(),
+                                        m_indices.size()) == LIQ_OK;
+    };
+    // The palette made for an earlier frame is kept while it still fits: screens keep their
+    // colours, and remapping costs a fraction of making a palette.
+    double error = 0;
+    bool fits = false;
+    if (m_palette && remap(0)) {
+        error = remapError();
+        fits = error <= m_paletteError * 1.5 + m_options.slack;
     }
+    if (!fits) {
+        if (auto made = makePalette(); !made)
+            return made;
+        if (!remap(0))
+            return failure(QStringLiteral("GIF encoding failed"));
+        error = m_paletteError = remapError();
+    }
+    // Flat colours first; a frame the palette cannot show closely (a photo, a gradient) is
+    // done again with dithering. Screens mostly fit, and dithering doubles the cost.
+    if (m_options.dithering > 0 && error > m_options.ditherAboveError &&
+        !remap(m_options.dithering))
+        return failure(QStringLiteral("GIF encoding failed"));
+    const ColorMapObject* map = m_map.get();
+    const int transparent = m_transparent;
 
     GraphicsControlBlock control{};
     control.DisposalMode = DISPOSE_DO_NOT;
@@ -178,7 +259,7 @@ Status GifWriter::addFrame(const std::uint8_t* rgba, int delay) {
     GifByteType extension[4];
     const std::size_t length = EGifGCBToExtension(&control, extension);
     if (EGifPutExtension(m_file, GRAPHICS_EXT_FUNC_CODE, int(length), extension) == GIF_ERROR ||
-        EGifPutImageDesc(m_file, rect.x, rect.y, rect.width, rect.height, false, map.get()) ==
+        EGifPutImageDesc(m_file, rect.x, rect.y, rect.width, rect.height, false, map) ==
             GIF_ERROR ||
         EGifPutLine(m_file, m_indices.data(), int(m_indices.size())) == GIF_ERROR)
         return writeFailure();

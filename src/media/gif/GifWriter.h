@@ -12,15 +12,25 @@
 #include <vector>
 
 struct GifFileType;
+struct ColorMapObject;
+struct liq_attr;
+struct liq_result;
 
 namespace qm::media {
 
 struct GifWriterOptions {
     int speed = 4;          // libimagequant's speed, 1 (best) … 10 (fastest)
     float dithering = 1.0f; // 0 (none) … 1 (full Floyd–Steinberg)
+    // Frames whose flat-colour version is further off than this (mean squared difference
+    // per channel) are dithered.
+    double ditherAboveError = 4;
     // How far (per channel, 0…255) a pixel may drift from what the GIF shows before it is
     // written again; tiny decoder noise then costs nothing.
-    int tolerance = 2;
+    int tolerance = 1;
+    // How much worse (mean squared difference per channel) a frame may come out in the
+    // palette of an earlier frame, beyond half as bad again, before it gets a palette of its
+    // own.
+    double slack = 2;
 };
 
 class GifWriter {
@@ -46,11 +56,28 @@ private:
     GifWriter(GifFileType* file, QSize size, GifWriterOptions options);
     Rect changedRect(const std::uint8_t* rgba) const;
     Error writeFailure() const;
+    Status makePalette();
+    double remapError() const;
+
+    struct AttrFree {
+        void operator()(liq_attr* attr) const;
+    };
+    struct ResultFree {
+        void operator()(liq_result* result) const;
+    };
+    struct MapFree {
+        void operator()(ColorMapObject* map) const;
+    };
 
     GifFileType* m_file;
     QSize m_size;
     GifWriterOptions m_options;
     bool m_first = true;
+    std::unique_ptr<liq_attr, AttrFree> m_attr;
+    std::unique_ptr<liq_result, ResultFree> m_palette; // the palette frames are written in
+    std::unique_ptr<ColorMapObject, MapFree> m_map;    // the same for giflib
+    double m_paletteError = 0;                         // how far the frame it was made for came out
+    int m_transparent = -1;
     // What each pixel was when it was last written: the frame the GIF shows, before its
     // colours were reduced.
     std::vector<std::uint8_t> m_shown;

@@ -3,10 +3,13 @@
 #include "GifFiles.h"
 #include "ScratchMount.h"
 #include "TestSupport.h"
+#include "media/gif/GIFExportJob.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
+#include <QThread>
 #include <gtest/gtest.h>
 #include <numeric>
 
@@ -98,6 +101,23 @@ TEST_F(GifExporterTest, FramesBuiltFromChangedPartsLookLikeTheMovie) {
     }
 }
 
+// Smooth gradients need more colours than a GIF frame has: they are dithered, and still look
+// like the movie (a palette or a remap gone wrong would not).
+TEST_F(GifExporterTest, GradientsThatNeedMoreColoursStillLookLikeTheMovie) {
+    const QString movie = path(QStringLiteral("gradients.mov"));
+    ASSERT_TRUE(test::makeMovie(
+        movie, QStringLiteral("gradients=s=320x240:r=30:speed=0.05:nb_colors=8,trim=duration=1")));
+    const auto gif = exportTo(movie, {0, 1.0}, GIFExporter::ToFile{path(QStringLiteral("g.gif"))},
+                              {.fps = 5, .maxDimension = 960});
+    ASSERT_TRUE(gif.ok()) << gif.error().reason.toStdString();
+    const auto frames = gifFrames(*gif);
+    const auto source = test::movieFrames(movie, 0, 6, 5, {320, 240});
+    ASSERT_EQ(frames.size(), 5u);
+    ASSERT_EQ(source.size(), 5u);
+    for (std::size_t i = 0; i < frames.size(); ++i)
+        EXPECT_LT(test::meanDifference(frames[i], source[i]), 4.0) << "frame " << i;
+}
+
 TEST_F(GifExporterTest, AStillScreenWithALittleMovementCostsLittle) {
     const QString movie = path(QStringLiteral("still.mov"));
     ASSERT_TRUE(test::makeMovie(
@@ -113,11 +133,13 @@ TEST_F(GifExporterTest, AStillScreenWithALittleMovementCostsLittle) {
     EXPECT_EQ(readGif(*twenty).delays.size(), 20u);
     // Eighteen more frames of a moving square cost far less than one whole picture.
     EXPECT_LT(QFile(*twenty).size(), QFile(*two).size() * 3 / 2);
+    // Every frame is the movie's, up to the square's last edge.
     const auto frames = gifFrames(*twenty);
+    const auto source = test::movieFrames(movie, 0, 3, 20, {320, 240});
     ASSERT_EQ(frames.size(), 20u);
-    EXPECT_LT(
-        test::meanDifference(frames.back(), test::movieFrames(movie, 57, 1, 1, {320, 240})[0]),
-        3.0);
+    ASSERT_EQ(source.size(), 20u);
+    for (std::size_t i = 0; i < frames.size(); ++i)
+        EXPECT_EQ(test::pixelsOff(frames[i], source[i], 64), 0) << "frame " << i;
 }
 
 TEST_F(GifExporterTest, FrameCountAndDelaysAddUpToTheRange) {
@@ -259,6 +281,54 @@ TEST_F(GifExporterTest, WithoutAnEndTheRangeRunsToTheEndOfTheMovie) {
                  {.fps = 10, .maxDimension = 960});
     ASSERT_TRUE(gif.ok()) << gif.error().reason.toStdString();
     EXPECT_EQ(readGif(*gif).delays.size(), 15u);
+}
+
+TEST_F(GifExporterTest, AJobReportsOnTheCallersThreadAndClosingItMidwayLeavesNoFile) {
+    const QString movie = movingMovie(QStringLiteral("Clip.mov"), {320, 240}, 4);
+    const QString folder = path(QStringLiteral("out"));
+    QObject window;
+    std::optional<Result<QString>> outcome;
+    double lastProgress = 0;
+    bool allOnMainThread = true;
+    const GIFExporter::Request request{.movie = movie,
+                                       .range = {0, 0.5},
+                                       .output = GIFExporter::IntoFolder{folder},
+                                       .settings = {.fps = 10, .maxDimension = 960}};
+    {
+        GIFExportJob job(
+            request, &window,
+            [&](double fraction) {
+                allOnMainThread &= QThread::currentThread() == window.thread();
+                lastProgress = std::max(lastProgress, fraction);
+            },
+            [&](const Result<QString>& written) {
+                allOnMainThread &= QThread::currentThread() == window.thread();
+                outcome = written;
+            });
+        ASSERT_TRUE(test::waitUntil([&] { return outcome.has_value(); }));
+    }
+    ASSERT_TRUE(outcome->ok());
+    EXPECT_EQ(**outcome, QDir(folder).filePath(QStringLiteral("Clip.gif")));
+    EXPECT_EQ(lastProgress, 1.0);
+    EXPECT_TRUE(allOnMainThread);
+
+    // The window closes while a long export runs.
+    QFile::remove(**outcome);
+    outcome.reset();
+    bool started = false;
+    {
+        GIFExportJob job(
+            {.movie = movie,
+             .range = {0, 4},
+             .output = GIFExporter::IntoFolder{folder},
+             .settings = {.fps = 50, .maxDimension = 960}},
+            &window, [&](double) { started = true; },
+            [&](const Result<QString>& written) { outcome = written; });
+        ASSERT_TRUE(test::waitUntil([&] { return started; }));
+    }
+    QCoreApplication::processEvents();
+    EXPECT_FALSE(outcome.has_value() && outcome->ok()) << "finished before it was closed";
+    EXPECT_TRUE(gifsIn(folder).isEmpty());
 }
 
 } // namespace

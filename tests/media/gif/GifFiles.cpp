@@ -105,4 +105,21 @@ double meanDifference(const QImage& a, const QImage& b) {
     return total / (double(x.width()) * x.height() * 3);
 }
 
+int pixelsOff(const QImage& a, const QImage& b, int threshold) {
+    if (a.size() != b.size() || a.isNull())
+        return -1;
+    const QImage x = a.convertToFormat(QImage::Format_RGB888);
+    const QImage y = b.convertToFormat(QImage::Format_RGB888);
+    int off = 0;
+    for (int row = 0; row < x.height(); ++row) {
+        const uchar* p = x.constScanLine(row);
+        const uchar* q = y.constScanLine(row);
+        for (int i = 0; i < x.width(); ++i)
+            off += std::abs(p[i * 3] - q[i * 3]) > threshold ||
+                   std::abs(p[i * 3 + 1] - q[i * 3 + 1]) > threshold ||
+                   std::abs(p[i * 3 + 2] - q[i * 3 + 2]) > threshold;
+    }
+    return off;
+}
+
 } // namespace qm::test

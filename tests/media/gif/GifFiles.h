@@ -31,4 +31,8 @@ std::vector<QImage> movieFrames(const QString& path, int first, int step, int co
 // The mean difference per channel (0…255) between two images of the same size.
 double meanDifference(const QImage& a, const QImage& b);
 
+// How many pixels differ by more than `threshold` in some channel: a stale strip that the
+// mean hides.
+int pixelsOff(const QImage& a, const QImage& b, int threshold);
+
 } // namespace qm::test
