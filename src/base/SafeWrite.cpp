@@ -143,6 +143,8 @@ int claimName(const QByteArray& from, const QByteArray& to) {
     return 0;
 }
 
+} // namespace
+
 // A folder as the user knows it: from the home folder when it is inside ("Pictures/Quillmark"),
 // else the whole path.
 QString displayName(const QString& folder) {
@@ -154,8 +156,6 @@ QString displayName(const QString& folder) {
         return path.mid(home.size() + 1);
     return path;
 }
-
-} // namespace
 
 QString describeErrno(int error, const QString& folder) {
     const QString where = folder.isEmpty() ? QStringLiteral("the folder") : displayName(folder);

@@ -13,6 +13,10 @@ namespace qm::SafeWrite {
 // naming the folder (from the home folder when inside it) where that helps.
 QString describeErrno(int error, const QString& folder = {});
 
+// A folder as the user knows it: from the home folder when inside it ("Pictures/Quillmark"),
+// else the whole path.
+QString displayName(const QString& folder);
+
 // Creates the folder and its parents. Fails with the reason when a file stands where a folder
 // should be, or the disk refuses.
 Status ensureFolder(const QString& folder);

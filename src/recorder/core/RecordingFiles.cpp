@@ -8,7 +8,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QStandardPaths>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -18,10 +17,6 @@ namespace qm::recorder {
 namespace {
 const QString kInProgressSuffix = QStringLiteral(".partial.mov");
 
-QString homeRelative(const QString& path) {
-    const QString home = QDir::homePath() + QLatin1Char('/');
-    return path.startsWith(home) ? path.mid(home.size()) : path;
-}
 } // namespace
 
 QString recordingsFolder() {
@@ -93,8 +88,9 @@ Result<DeliveredRecording> deliverRecording(const QString& inProgress, const QSt
     qCWarning(lcRecording).noquote()
         << QStringLiteral("Quillmark recording move failed, keeping temp: ") + moved.error().reason;
     return DeliveredRecording{
-        movie, QStringLiteral("%1. The movie is in %2.")
-                   .arg(moved.error().reason, homeRelative(QFileInfo(movie).absolutePath()))};
+        movie,
+        QStringLiteral("%1. The movie is in %2.")
+            .arg(moved.error().reason, SafeWrite::displayName(QFileInfo(movie).absolutePath()))};
 }
 
 } // namespace qm::recorder

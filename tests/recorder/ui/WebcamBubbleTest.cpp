@@ -6,6 +6,8 @@
 #include <QSignalSpy>
 #include <QThread>
 #include <atomic>
+#include <condition_variable>
+#include <mutex>
 #include <thread>
 
 namespace qm::test {
@@ -21,16 +23,23 @@ public:
 
     Status start(FrameSink onFrame, StopSink) override {
         m_thread = std::thread([this, onFrame = std::move(onFrame)] {
+            std::unique_lock lock(m_mutex);
             while (!m_stopping) {
                 onFrame(m_picture);
-                std::this_thread::sleep_for(std::chrono::milliseconds(20)); // a camera's pace
+                // A camera's pace; stop() wakes it at once.
+                m_wake.wait_for(lock, std::chrono::milliseconds(20),
+                                [this] { return m_stopping.load(); });
             }
         });
         return {};
     }
     void stop() override {
-        if (m_stopping.exchange(true))
-            return;
+        {
+            std::lock_guard lock(m_mutex);
+            if (m_stopping.exchange(true))
+                return;
+        }
+        m_wake.notify_all();
         if (m_thread.joinable())
             m_thread.join();
         ++m_stops;
@@ -40,6 +49,8 @@ private:
     QImage m_picture;
     std::atomic<int>& m_stops;
     std::atomic<bool> m_stopping{false};
+    std::mutex m_mutex;
+    std::condition_variable m_wake;
     std::thread m_thread;
 };
 
