@@ -60,6 +60,9 @@ QString commandLineUsage() {
         "                       keep only that range of the movie, in place\n"
         "  gif MOVIE [--from SECONDS] [--to SECONDS] [--fps N] [--max-size PIXELS] [-o FILE]\n"
         "                       make a looping GIF of the movie (or of a range of it)\n"
+        "  library              show all captures\n"
+        "  search TEXT          print the captures whose name or text contains TEXT,\n"
+        "                       newest first (exit status 1 when none does)\n"
         "  --help               show this text\n"
         "  --version            show the version\n"
         "\n"
@@ -113,7 +116,8 @@ void printLine(std::FILE* stream, const QString& text) {
 
 bool worksOnFilesAlone(const Command& command) {
     return std::holds_alternative<command::Trim>(command) ||
-           std::holds_alternative<command::Gif>(command);
+           std::holds_alternative<command::Gif>(command) ||
+           std::holds_alternative<command::Search>(command);
 }
 
 namespace {
@@ -227,6 +231,18 @@ Result<Command> parseCommandLine(const QStringList& arguments) {
         return Command{command::Version{}};
     if (verb == QLatin1String("trim") || verb == QLatin1String("gif"))
         return parseMovieCommand(arguments);
+    if (verb == QLatin1String("library")) {
+        if (arguments.size() > 1)
+            return error(QStringLiteral("Unknown option \"%1\" for library.").arg(arguments.at(1)));
+        return Command{command::Library{}};
+    }
+    if (verb == QLatin1String("search")) {
+        // The words after "search" are one search, spaces kept, as typed in the library.
+        const QString text = arguments.mid(1).join(QLatin1Char(' '));
+        if (text.isEmpty())
+            return error(QStringLiteral("Say what to look for: \"quillmark search TEXT\"."));
+        return Command{command::Search{text}};
+    }
     if (verb == QLatin1String("record")) {
         if (arguments.size() < 2)
             return error(QStringLiteral("Say what to do: \"quillmark record area\", \"screen\" or "

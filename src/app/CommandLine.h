@@ -46,11 +46,19 @@ struct Gif {
     std::optional<int> maxSize;
     QString output; // empty: named by the clip rule in the save folder
 };
+// Show the library window of the running instance.
+struct Library {};
+// Print the captures whose name or recognised text contains `text`, newest first, without a
+// running instance (new images are read first).
+struct Search {
+    QString text;
+};
 struct Help {};
 struct Version {};
 } // namespace command
-using Command = std::variant<command::Start, command::Capture, command::Record, command::Trim,
-                             command::Gif, command::Help, command::Version>;
+using Command =
+    std::variant<command::Start, command::Capture, command::Record, command::Trim, command::Gif,
+                 command::Library, command::Search, command::Help, command::Version>;
 
 // Whether the command works on files alone: no display and no running instance needed.
 bool worksOnFilesAlone(const Command& command);
