@@ -71,6 +71,15 @@ ForwardResult forwardToRunningInstance(const Command& command, std::chrono::mill
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected())
         return {1, {}, QStringLiteral("Cannot reach the session bus to talk to Quillmark.")};
+    if (std::holds_alternative<command::Library>(command)) {
+        const QDBusMessage reply =
+            bus.call(QDBusMessage::createMethodCall(busServiceName, busObjectPath, busInterface,
+                                                    QStringLiteral("ShowLibrary")),
+                     QDBus::Block, int(patience.count()));
+        if (reply.type() == QDBusMessage::ErrorMessage)
+            return {1, {}, reply.errorMessage()};
+        return {};
+    }
     const auto* capture = std::get_if<command::Capture>(&command);
     const auto* record = std::get_if<command::Record>(&command);
     if (!capture && !record)

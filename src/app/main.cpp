@@ -12,6 +12,7 @@
 #include "capture/core/ScreenCaptureManager.h"
 #include "capture/core/ShareableContentCache.h"
 #include "cards/FloatingShotManager.h"
+#include "library/index/OcrTextIndex.h"
 #include "platform/desktop/Notifications.h"
 #include "platform/shortcuts/api/GlobalShortcutBackend.h"
 #include "platform/sound/api/SoundPlayer.h"
@@ -111,9 +112,11 @@ int main(int argc, char** argv) {
     QObject::connect(&preferences, &qm::Preferences::resultsAsNotificationsChanged, &toasts,
                      routeResults);
 
+    // Reads the text of image captures for the library's search; written back as it changes.
+    qm::library::OcrTextIndex ocrIndex;
     qm::AppModel model({preferences, captureManager, contentCache, *surfaces, hotkeys, *sounds,
-                        toasts, cards, *videoBackend, *audioBackend, *cameraBackend,
-                        *clickBackend});
+                        toasts, cards, *videoBackend, *audioBackend, *cameraBackend, *clickBackend,
+                        ocrIndex});
     qm::TrayController tray(model, preferences,
                             [&model](const QString& path) { model.openEditor(path); });
 

@@ -57,6 +57,12 @@ void BusService::Record(const QString& action) {
         sendErrorReply(QDBusError::InvalidArgs, started.error().reason);
 }
 
+void BusService::ShowLibrary() {
+    const Result<quint64> shown = m_handler(Command{command::Library{}});
+    if (!shown && calledFromDBus())
+        sendErrorReply(QDBusError::Failed, shown.error().reason);
+}
+
 uint BusService::RequestRecord(const QString& action, qlonglong deadline) {
     if (expired(deadline))
         return 0;

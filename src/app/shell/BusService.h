@@ -45,6 +45,9 @@ public Q_SLOTS:
     // once the recording runs; for stop, the saved movie).
     uint RequestRecord(const QString& action, qlonglong deadline);
 
+    // Shows the library window ("All Captures").
+    void ShowLibrary();
+
 Q_SIGNALS:
     // ok: detail is the saved file (empty when the capture went to the editor or a recording
     // started); otherwise detail says why there is no file.

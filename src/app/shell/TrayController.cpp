@@ -138,6 +138,9 @@ void TrayController::rebuildMenu() {
             m_model.performDelayed(kind, seconds);
         });
 
+    menu->addAction(themedIcon(QStringLiteral("view-grid")), QStringLiteral("All Captures…"), this,
+                    [this] { m_model.showLibrary(); });
+
     QMenu* options =
         menu->addMenu(themedIcon(QStringLiteral("configure")), QStringLiteral("Options"));
     QAction* adjust = options->addAction(QStringLiteral("Adjust Area Before Capturing"));

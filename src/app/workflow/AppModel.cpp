@@ -4,11 +4,18 @@
 #include "app/workflow/CaptureRouter.h"
 #include "app/workflow/EditorWindows.h"
 #include "app/workflow/RecordingFlows.h"
+#include "app/workflow/TrimJobs.h"
 #include "app/workflow/TrimWindows.h"
 #include "base/Preferences.h"
 #include "capture/core/ShareableContentCache.h"
 #include "editor/ui/AnnotationEditorController.h"
+#include "library/catalog/CaptureEntry.h"
+#include "library/index/OcrTextIndex.h"
+#include "library/model/RetentionScheduler.h"
+#include "library/ui/CaptureLibraryController.h"
 #include "shortcuts/HotkeyManager.h"
+
+#include <QFileInfo>
 
 namespace qm {
 
@@ -33,9 +40,10 @@ AppModel::AppModel(Services services, QObject* parent)
               [this](const QString& status) { setStatus(status); },
               [this](bool capturing) { Q_EMIT isCapturingChanged(capturing); },
               [this](const CaptureOutcome& o) { Q_EMIT captureEnded(m_captureCount, o); }}))
-    , m_trims(std::make_unique<TrimWindows>(
+    , m_trimJobs(std::make_unique<TrimJobs>(
           services.preferences, services.sounds, services.toasts,
-          TrimWindows::Report{[this](const QString& path) { addToLibrary(path); }}))
+          TrimJobs::Report{[this](const QString& path) { addToLibrary(path); }}))
+    , m_trims(std::make_unique<TrimWindows>(*m_trimJobs))
     , m_recording(std::make_unique<RecordingFlows>(
           RecordingFlows::Services{services.preferences, services.capture, m_flows->overlay(),
                                    m_flows->countdown(), services.sounds, services.toasts,
@@ -43,7 +51,8 @@ AppModel::AppModel(Services services, QObject* parent)
                                    services.clicks},
           RecordingFlows::Report{[this](const QString& status) { setStatus(status); },
                                  [this](const QString& path) { addToLibrary(path); },
-                                 [this](const QString& path) { openTrimWindow(path); }})) {}
+                                 [this](const QString& path) { openTrimWindow(path); }}))
+    , m_retention(std::make_unique<library::RetentionScheduler>(services.preferences)) {}
 
 AppModel::~AppModel() = default;
 
@@ -85,6 +94,8 @@ void AppModel::configure() {
     overlay().setAdjustBeforeCapturing(m_services.preferences.adjustAreaBeforeCapturing());
     // Movies a crash or a power loss cut off are finished and saved.
     m_recording->recoverLeftovers();
+    // Old captures go to the Trash a few seconds from now, and every six hours after.
+    m_retention->start();
     connect(&m_services.preferences, &Preferences::adjustAreaBeforeCapturingChanged, this,
             [this](bool on) { overlay().setAdjustBeforeCapturing(on); });
 }
@@ -122,6 +133,10 @@ void AppModel::runHotkey(HotkeyAction action) {
 }
 
 Result<quint64> AppModel::run(const Command& command) {
+    if (std::holds_alternative<command::Library>(command)) {
+        showLibrary();
+        return quint64(0);
+    }
     if (const auto* record = std::get_if<command::Record>(&command)) {
         if (record->action == RecordAction::Stop) {
             if (!m_recording->isRecording() &&
@@ -179,6 +194,26 @@ void AppModel::openTrimWindow(const QString& movie) {
     m_trims->open(movie);
 }
 
+void AppModel::showLibrary() {
+    if (!m_library) {
+        m_library = std::make_unique<library::CaptureLibraryController>(
+            library::CaptureLibraryController::Services{m_services.preferences, m_services.ocrIndex,
+                                                        m_services.preferences.store(),
+                                                        m_services.toasts});
+        m_library->onClosed = [this] { m_library.reset(); };
+        m_library->onTrim = [this](media::player::TrimSession& session, double start, double end) {
+            m_trimJobs->trim(session, start, end);
+        };
+        m_library->onExportGif = [this](media::player::TrimSession& session, double start,
+                                        double end) { m_trimJobs->exportGif(session, start, end); };
+        m_library->onSaved = [this](const QString& path) {
+            setStatus(QStringLiteral("Saved → ") + QFileInfo(path).fileName());
+            addToLibrary(path);
+        };
+    }
+    m_library->show();
+}
+
 void AppModel::stopRecording() {
     m_recording->stopRecording();
 }
@@ -216,10 +251,16 @@ void AppModel::addToLibrary(const QString& path) {
     m_lastSavedURL = path;
     Q_EMIT lastSavedURLChanged();
     bumpLibrary();
+    // The new image's text is read now, so a search finds it by the time anyone looks.
+    if (m_services.preferences.searchImageText() &&
+        library::mediaKindOf(path) == library::MediaKind::Images)
+        m_services.ocrIndex.index({path});
 }
 
 void AppModel::bumpLibrary() {
     Q_EMIT libraryRevisionChanged(++m_libraryRevision);
+    if (m_library)
+        m_library->reload();
 }
 
 } // namespace qm

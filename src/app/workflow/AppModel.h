@@ -18,6 +18,7 @@ namespace qm {
 class AnnotationEditorController;
 class CaptureFlows;
 class RecordingFlows;
+class TrimJobs;
 class TrimWindows;
 class CaptureRouter;
 class CountdownController;
@@ -37,6 +38,11 @@ class ClickSourceBackend;
 class ScreenVideoBackend;
 class SurfaceBackend;
 } // namespace platform
+namespace library {
+class CaptureLibraryController;
+class OcrTextIndex;
+class RetentionScheduler;
+} // namespace library
 
 // Turns a request (shortcut, tray menu, command line) into a capture (CaptureFlows) and hands
 // the result on (CaptureRouter), keeping the one-line status the menu shows, the last saved
@@ -57,12 +63,15 @@ public:
         platform::AudioCaptureBackend& audio;
         platform::CameraBackend& camera;
         platform::ClickSourceBackend& clicks;
+        // The text read from every image capture, for the library's search.
+        library::OcrTextIndex& ocrIndex;
     };
 
     explicit AppModel(Services services, QObject* parent = nullptr);
     ~AppModel() override;
 
-    // Once at start: warms the window list and follows shortcut changes.
+    // Once at start: warms the window list, follows shortcut changes and starts the sweeps
+    // of old captures.
     void configure();
     void registerHotkeys();
     // The area shortcut could not be taken because another program holds it.
@@ -80,6 +89,10 @@ public:
     // Opens a movie in the trim window (play, cut in place, export a GIF).
     void openTrimWindow(const QString& movie);
     TrimWindows& trimWindows() const { return *m_trims; }
+    // Shows the library window ("All Captures"), making it on first use.
+    void showLibrary();
+    // The library window's controller while it is open.
+    library::CaptureLibraryController* library() const { return m_library.get(); }
     // Starts what the command asks for. For a capture, the number captureEnded will carry
     // when it ends; a failure when a capture is already under way.
     Result<quint64> run(const Command& command);
@@ -121,8 +134,11 @@ private:
     std::unique_ptr<EditorWindows> m_editors;
     std::unique_ptr<CaptureRouter> m_router;
     std::unique_ptr<CaptureFlows> m_flows;
+    std::unique_ptr<TrimJobs> m_trimJobs;
     std::unique_ptr<TrimWindows> m_trims;
     std::unique_ptr<RecordingFlows> m_recording;
+    std::unique_ptr<library::RetentionScheduler> m_retention;
+    std::unique_ptr<library::CaptureLibraryController> m_library;
 
     QString m_lastStatus;
     std::optional<QString> m_lastSavedURL;

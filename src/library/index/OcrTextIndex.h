@@ -40,7 +40,8 @@ public:
         std::chrono::milliseconds saveDelay{2000};
     };
 
-    explicit OcrTextIndex(Options options = {}, QObject* parent = nullptr);
+    explicit OcrTextIndex(QObject* parent = nullptr);
+    explicit OcrTextIndex(Options options, QObject* parent = nullptr);
     // Drops what is waiting, lets the images being read finish, and writes a pending save.
     ~OcrTextIndex() override;
 

@@ -15,6 +15,7 @@
 #include "cards/FloatingShotView.h"
 #include "editor/model/EditorModel.h"
 #include "editor/ui/AnnotationEditorController.h"
+#include "library/index/OcrTextIndex.h"
 #include "platform/audio/null/NullAudioCaptureBackend.h"
 #include "platform/camera/null/NullCameraBackend.h"
 #include "platform/capture/null/NullCaptureBackend.h"
@@ -74,6 +75,7 @@ protected:
     platform::NullAudioCaptureBackend audio{QStringLiteral("No sound server is running")};
     platform::NullCameraBackend camera;
     platform::NullClickSource clicks;
+    library::OcrTextIndex ocrIndex{{.file = dir.filePath(QStringLiteral("ocr-index.json"))}};
     std::unique_ptr<AppModel> model;
 
     void SetUp() override {
@@ -83,7 +85,7 @@ protected:
         prefs.setShowQuickAccessOverlay(false);
         model = std::make_unique<AppModel>(AppModel::Services{prefs, capture, cache, *surfaces,
                                                               hotkeys, sounds, toasts, cards, video,
-                                                              audio, camera, clicks});
+                                                              audio, camera, clicks, ocrIndex});
     }
     QString toastText() const { return toasts.window() ? toasts.window()->text() : QString(); }
     bool waitForStatus() {
