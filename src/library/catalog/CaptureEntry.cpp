@@ -69,6 +69,7 @@ qint64 sortKey(const QDateTime& date) {
 
 std::vector<CaptureEntry> scanCaptures(const QString& folder) {
     std::vector<CaptureEntry> entries;
+    std::vector<std::pair<qint64, std::size_t>> order; // date key, position in `entries`
     if (folder.isEmpty())
         return entries;
     // Without QDir::Hidden the iterator leaves out dot files; QDir::Files leaves out folders
@@ -88,13 +89,18 @@ std::vector<CaptureEntry> scanCaptures(const QString& folder) {
                 entry.pixelHeight = size.height();
             }
         }
+        order.emplace_back(sortKey(entry.date), entries.size());
         entries.push_back(std::move(entry));
     }
-    std::stable_sort(entries.begin(), entries.end(),
-                     [](const CaptureEntry& a, const CaptureEntry& b) {
-                         return sortKey(a.date) > sortKey(b.date);
-                     });
-    return entries;
+    // Keys worked out once: turning a local date into an instant is far too slow to do in
+    // every comparison of a sort of thousands.
+    std::stable_sort(order.begin(), order.end(),
+                     [](const auto& a, const auto& b) { return a.first > b.first; });
+    std::vector<CaptureEntry> sorted;
+    sorted.reserve(entries.size());
+    for (const auto& [key, position] : order)
+        sorted.push_back(std::move(entries[position]));
+    return sorted;
 }
 
 } // namespace qm::library

@@ -1,10 +1,12 @@
 #include "library/catalog/TextSearch.h"
 
+#include <cstring>
+
 namespace qm::library {
 
 namespace {
 
-using Signature = std::array<std::uint64_t, 128>; // 8192 bits
+using Signature = SearchableTexts::Signature;
 
 // Every letter, pair and triple of the text sets one bit. A few hundred words set about a
 // sixth of the bits, so a search of several letters rarely passes a text that lacks it.
@@ -32,41 +34,89 @@ void setBit(Signature& bits, std::uint32_t hash) {
     bits[bit >> 6] |= std::uint64_t(1) << (bit & 63);
 }
 
-Signature signatureOf(QStringView text) {
-    Signature bits{};
-    forEachPiece(text, [&](std::uint32_t h) { setBit(bits, h); });
-    return bits;
+bool fitsInBytes(QStringView text) {
+    for (const QChar c : text)
+        if (c.unicode() > 0xFF)
+            return false;
+    return true;
 }
 
 } // namespace
 
 SearchableTexts::Probe::Probe(const SearchNeedle& needle)
     : m_needle(needle) {
-    forEachPiece(QStringView(m_needle.folded()), [&](std::uint32_t h) { setBit(m_bits, h); });
+    m_isNarrow = fitsInBytes(m_needle.folded());
+    if (m_isNarrow)
+        m_narrow = m_needle.folded().toLatin1();
+    Signature bits{};
+    forEachPiece(QStringView(m_needle.folded()), [&](std::uint32_t h) { setBit(bits, h); });
+    for (std::size_t i = 0; i < bits.size(); ++i)
+        if (bits[i] != 0)
+            m_words.emplace_back(std::uint16_t(i), bits[i]);
 }
 
-void SearchableTexts::put(const QString& key, const QString& text) {
-    const auto it = m_texts.constFind(key);
-    if (it != m_texts.cend() && (it->raw.constData() == text.constData() || it->raw == text) &&
-        it->raw.size() == text.size())
-        return;
-    Text kept{text, foldForSearch(text), {}};
-    kept.bits = signatureOf(kept.folded);
-    m_texts.insert(key, std::move(kept));
+int SearchableTexts::put(const QString& key, const QString& text) {
+    const auto found = m_slots.constFind(key);
+    if (found != m_slots.cend()) {
+        Text& kept = m_texts[std::size_t(*found)];
+        if (kept.raw.size() == text.size() &&
+            (kept.raw.constData() == text.constData() || kept.raw == text))
+            return *found;
+    }
+    Text fresh;
+    fresh.raw = text;
+    QString folded = foldForSearch(text);
+    forEachPiece(QStringView(folded), [&](std::uint32_t h) { setBit(fresh.bits, h); });
+    fresh.isNarrow = fitsInBytes(folded);
+    if (fresh.isNarrow)
+        fresh.narrow = folded.toLatin1();
+    else
+        fresh.folded = std::move(folded);
+    int slot;
+    if (found != m_slots.cend()) {
+        slot = *found;
+    } else if (!m_free.empty()) {
+        slot = m_free.back();
+        m_free.pop_back();
+    } else {
+        slot = int(m_texts.size());
+        m_texts.emplace_back();
+    }
+    m_texts[std::size_t(slot)] = std::move(fresh);
+    m_slots.insert(key, slot);
+    return slot;
 }
 
 void SearchableTexts::remove(const QString& key) {
-    m_texts.remove(key);
+    const auto found = m_slots.constFind(key);
+    if (found == m_slots.cend())
+        return;
+    m_texts[std::size_t(*found)] = Text{};
+    m_free.push_back(*found);
+    m_slots.erase(found);
 }
 
 bool SearchableTexts::matches(const QString& key, const Probe& probe) const {
-    const auto it = m_texts.constFind(key);
-    if (it == m_texts.cend())
+    const auto found = m_slots.constFind(key);
+    return found != m_slots.cend() && matches(*found, probe);
+}
+
+bool SearchableTexts::matches(int slot, const Probe& probe) const {
+    if (slot < 0 || std::size_t(slot) >= m_texts.size())
         return false;
-    for (std::size_t i = 0; i < probe.m_bits.size(); ++i)
-        if ((probe.m_bits[i] & ~it->bits[i]) != 0)
+    const Text& text = m_texts[std::size_t(slot)];
+    for (const auto& [word, bits] : probe.m_words)
+        if ((bits & ~text.bits[word]) != 0)
             return false;
-    return probe.m_needle.foundIn(it->folded);
+    if (probe.m_needle.isEmpty())
+        return true;
+    if (text.isNarrow) {
+        // A search with a letter beyond one byte can't be in a text without any.
+        return probe.m_isNarrow &&
+               memmem(text.narrow.constData(), std::size_t(text.narrow.size()),
+                      probe.m_narrow.constData(), std::size_t(probe.m_narrow.size())) != nullptr;
+    }
+    return probe.m_needle.foundIn(text.folded);
 }
 
 } // namespace qm::library

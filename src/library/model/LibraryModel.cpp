@@ -8,6 +8,7 @@
 #include <QFileInfo>
 #include <QFileSystemWatcher>
 #include <QFutureWatcher>
+#include <QSet>
 #include <QTimer>
 #include <QtConcurrent>
 #include <algorithm>
@@ -53,6 +54,22 @@ struct LibraryModel::Private {
     QString watched;
     quint64 latestReload = 0;
     bool clearSelectionOnPublish = false;
+
+    // The recognised text of each entry (a slot of `texts`, or -1), as of `syncedRevision`.
+    std::vector<int> textSlots;
+    int syncedRevision = -1;
+    bool textsStale = true;
+    // The rows of `m_entries` that `m_filtered` shows.
+    std::vector<int> shownRows;
+    bool filteredStale = false;
+    // The last search and the rows it matched, while they still say what shows.
+    struct Search {
+        QString folded;
+        MediaKind filter = MediaKind::Images;
+        bool byText = false;
+        bool valid = false;
+        std::vector<int> rows;
+    } lastSearch;
 };
 
 LibraryModel::LibraryModel(Preferences& preferences, OcrTextIndex* index, QObject* parent)
@@ -77,6 +94,7 @@ LibraryModel::LibraryModel(Preferences& preferences, OcrTextIndex* index, QObjec
         reload(false);
     });
     connect(&preferences, &Preferences::searchImageTextChanged, this, [this](bool on) {
+        d->lastSearch.valid = false;
         if (on && d->index)
             d->index->index(imagePaths());
         if (!m_searchText.isEmpty())
@@ -84,6 +102,7 @@ LibraryModel::LibraryModel(Preferences& preferences, OcrTextIndex* index, QObjec
     });
     if (index)
         connect(index, &OcrTextIndex::revisionChanged, this, [this] {
+            d->lastSearch.valid = false; // a text read since may match
             if (!m_searchText.isEmpty())
                 refresh();
         });
@@ -153,6 +172,9 @@ void LibraryModel::publish(Listing listing) {
     const bool changed = listing.entries != m_entries;
     m_entries = std::move(listing.entries);
     d->foldedNames = std::move(listing.foldedNames);
+    d->textsStale = true;
+    d->filteredStale = true;
+    d->lastSearch.valid = false;
     if (changed)
         Q_EMIT entriesChanged();
     if (d->clearSelectionOnPublish) {
@@ -176,37 +198,74 @@ QStringList LibraryModel::imagePaths() const {
     return paths;
 }
 
+void LibraryModel::syncTexts() {
+    if (!d->textsStale && d->index->revision() == d->syncedRevision)
+        return;
+    d->textSlots.assign(m_entries.size(), -1);
+    QSet<QString> listed;
+    for (std::size_t i = 0; i < m_entries.size(); ++i) {
+        const CaptureEntry& entry = m_entries[i];
+        if (entry.kind != MediaKind::Images)
+            continue;
+        listed.insert(entry.path);
+        if (const auto record = d->index->record(entry.path))
+            d->textSlots[i] = d->texts.put(entry.path, record->text);
+        else
+            d->texts.remove(entry.path);
+    }
+    d->texts.keepOnly([&](const QString& path) { return listed.contains(path); });
+    d->syncedRevision = d->index->revision();
+    d->textsStale = false;
+}
+
 void LibraryModel::refresh() {
-    std::vector<CaptureEntry> shown;
     const SearchNeedle needle(m_searchText);
     const bool byText = d->index && d->preferences.searchImageText() && !needle.isEmpty() &&
                         m_filter == MediaKind::Images;
     std::optional<SearchableTexts::Probe> probe;
-    if (byText)
+    if (byText) {
+        syncTexts();
         probe.emplace(needle);
-    for (std::size_t i = 0; i < m_entries.size(); ++i) {
+    }
+    const auto shows = [&](std::size_t i) {
         const CaptureEntry& entry = m_entries[i];
         if (entry.kind != m_filter)
-            continue;
-        if (needle.isEmpty() || needle.foundIn(d->foldedNames[i])) {
-            shown.push_back(entry);
-            continue;
-        }
+            return false;
+        if (needle.isEmpty() || needle.foundIn(d->foldedNames[i]))
+            return true;
         // Videos are found by name only.
-        if (!byText || entry.kind != MediaKind::Images)
-            continue;
-        const auto record = d->index->record(entry.path);
-        if (!record) {
-            d->texts.remove(entry.path);
-            continue;
-        }
-        d->texts.put(entry.path, record->text);
-        if (d->texts.matches(entry.path, *probe))
-            shown.push_back(entry);
+        return byText && entry.kind == MediaKind::Images &&
+               d->texts.matches(d->textSlots[i], *probe);
+    };
+
+    // Typing on narrows a search: whatever holds the new text also holds what it extends, so
+    // only the previous matches need looking at.
+    Private::Search& last = d->lastSearch;
+    const bool narrowing = last.valid && last.filter == m_filter && last.byText == byText &&
+                           !last.folded.isEmpty() && needle.folded().contains(last.folded);
+    std::vector<int> rows;
+    if (narrowing) {
+        for (const int row : last.rows)
+            if (shows(std::size_t(row)))
+                rows.push_back(row);
+    } else {
+        for (std::size_t i = 0; i < m_entries.size(); ++i)
+            if (shows(i))
+                rows.push_back(int(i));
     }
-    if (shown != m_filtered) {
-        m_filtered = std::move(shown);
-        Q_EMIT filteredChanged();
+    last = {needle.folded(), m_filter, byText, true, rows};
+
+    if (d->filteredStale || rows != d->shownRows) {
+        std::vector<CaptureEntry> shown;
+        shown.reserve(rows.size());
+        for (const int row : rows)
+            shown.push_back(m_entries[std::size_t(row)]);
+        d->shownRows = std::move(rows);
+        d->filteredStale = false;
+        if (shown != m_filtered) {
+            m_filtered = std::move(shown);
+            Q_EMIT filteredChanged();
+        }
     }
     fixSelection();
 }

@@ -69,6 +69,8 @@ private:
     // Works out `filtered` again and fixes the selection.
     void refresh();
     void fixSelection();
+    // Brings the recognised texts up to the index's latest.
+    void syncTexts();
     QStringList imagePaths() const;
 
     std::unique_ptr<Private> d;
