@@ -164,9 +164,20 @@ TEST_F(LibraryModelTest, SearchesNamesAsTyped) {
     model.setSearchText(u"10.00 "_s); // used as typed, not trimmed
     EXPECT_TRUE(model.filtered().empty());
 
+    // Typing on narrows the matches, deleting letters widens them again.
+    model.setSearchText(u"c"_s);
+    EXPECT_EQ(names(model.filtered()), (QStringList{u"Receipt.png"_s, u"Café.png"_s}));
+    model.setSearchText(u"ca"_s);
+    EXPECT_EQ(names(model.filtered()), QStringList{u"Café.png"_s});
+    model.setSearchText(u"cai"_s);
+    EXPECT_TRUE(model.filtered().empty());
+    model.setSearchText(u"c"_s);
+    EXPECT_EQ(names(model.filtered()), (QStringList{u"Receipt.png"_s, u"Café.png"_s}));
+    EXPECT_EQ(selected(model), u"Receipt.png"_s); // nothing was selected: the newest match
+
     model.setSearchText({});
     EXPECT_EQ(model.filtered().size(), 3u);
-    EXPECT_EQ(selected(model), u"Quillmark 2026-11-23 at 10.00.00.png"_s);
+    EXPECT_EQ(selected(model), u"Receipt.png"_s);
 }
 
 // Another program adds and removes files: the list follows without being asked, keeping the
