@@ -63,17 +63,10 @@ TEST(CaptureList, ListsCapturesOfTheFolderOnlyNewestFirst) {
         EXPECT_EQ(entries[i].pixelWidth, expected[i].pixelWidth) << i;
         EXPECT_EQ(entries[i].pixelHeight, expected[i].pixelHeight) << i;
     }
-}
-
-TEST(CaptureList, AFolderThatCannotBeListedIsEmpty) {
-    QTemporaryDir dir;
+    // Folders that can't be listed: missing, none given, a file.
     EXPECT_TRUE(scanCaptures(dir.filePath(u"missing"_s)).empty());
     EXPECT_TRUE(scanCaptures(QString()).empty());
-    // A file where the folder should be.
-    QFile file(dir.filePath(u"plain.png"_s));
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.close();
-    EXPECT_TRUE(scanCaptures(file.fileName()).empty());
+    EXPECT_TRUE(scanCaptures(dir.filePath(u"a.PNG"_s)).empty());
 }
 
 // A truncated or lying PNG header must not produce a size.

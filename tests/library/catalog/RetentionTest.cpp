@@ -96,32 +96,3 @@ TEST(Retention, SweepMovesExpiredCapturesToTheTrash) {
     EXPECT_LE(std::abs(deleted.secsTo(QDateTime::currentDateTime())), 120)
         << lines[0].toStdString();
 }
-
-TEST(Retention, AFileThatCannotBeTrashedIsLoggedAndTheRestStillGo) {
-    QTemporaryDir dir;
-    const QDateTime now = QDateTime::currentDateTime();
-    for (const char* name : {"Quillmark a.png", "Quillmark b.png", "Quillmark c.mov"})
-        makeFile(dir.filePath(QString::fromUtf8(name)), now.addSecs(-40 * day));
-
-    QStringList tried;
-    const TrashFile lockedB = [&](const QString& path) -> qm::Status {
-        tried << QFileInfo(path).fileName();
-        if (path.endsWith(u"b.png"_s))
-            return qm::failure(u"the file is locked"_s);
-        return moveToTrash(path);
-    };
-    qm::test::LogCapture log;
-    EXPECT_EQ(sweep(dir.path(), 30, now, lockedB), 2);
-    EXPECT_EQ(tried.size(), 3);
-    EXPECT_TRUE(
-        log.contains(u"Quillmark retention: couldn't trash Quillmark b.png: the file is locked"_s))
-        << log.lines().join(u'\n').toStdString();
-    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{u"Quillmark b.png"_s});
-}
-
-TEST(Retention, TrashingAFileThatIsGoneSaysSo) {
-    QTemporaryDir dir;
-    const auto status = moveToTrash(dir.filePath(u"Quillmark gone.png"_s));
-    ASSERT_FALSE(status.ok());
-    EXPECT_FALSE(status.error().reason.isEmpty());
-}
