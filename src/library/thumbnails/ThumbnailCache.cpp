@@ -181,14 +181,11 @@ Result<QImage> ThumbnailCache::thumbnail(const QString& path, Size size) const {
     const QByteArray mtime = QByteArray::number(info.lastModified().toSecsSinceEpoch());
     const QString cached = cachePath(path, size);
 
-    QImageReader reader(cached, "png");
-    const bool current = reader.canRead() && reader.text(uriKey).toUtf8() == uri &&
-                         reader.text(mtimeKey).toLatin1() == mtime;
-    if (current) {
-        QImage image = reader.read();
-        if (!image.isNull())
-            return image;
-    }
+    // The image's own text, not the reader's: the reader splits keys at their first colon.
+    if (QImage image = QImageReader(cached, "png").read(); !image.isNull() &&
+                                                           image.text(uriKey).toUtf8() == uri &&
+                                                           image.text(mtimeKey).toLatin1() == mtime)
+        return image;
 
     Result<QImage> made = makeThumbnail(path, int(size));
     if (!made)
