@@ -53,11 +53,13 @@ PixPtr toPix(const QImage& source) {
     return pix;
 }
 
-// Screen text is small and crisp; Tesseract reads it best at about twice that size.
-QImage prepared(const QImage& image) {
-    if (qint64(image.width()) * image.height() <= 600'000)
-        return image.scaled(image.size() * 2, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-    return image;
+QImage prepared(const QImage& image, const TextRecognizer::Tuning& tuning) {
+    const double scale = tuning.scale;
+    if (scale == 1 ||
+        double(image.width()) * image.height() * scale * scale > double(tuning.maxScaledPixels))
+        return image;
+    return image.scaled((QSizeF(image.size()) * scale).toSize(), Qt::IgnoreAspectRatio,
+                        Qt::SmoothTransformation);
 }
 
 // Where Tesseract looks for its language data, for the reason shown when it is not there.
@@ -83,19 +85,17 @@ Result<tesseract::TessBaseAPI*> threadEngine() {
     if (api->Init(nullptr, "eng", tesseract::OEM_LSTM_ONLY) != 0)
         return failure(QStringLiteral("the English language data could not be loaded from %1")
                            .arg(dataFolder()));
-    // A single uniform block: screenshots are mostly lines of UI text, which the automatic
-    // layout analysis tends to split into columns.
-    api->SetPageSegMode(tesseract::PSM_SINGLE_BLOCK);
     thisThreadsEngine = std::move(api);
     return thisThreadsEngine.get();
 }
 
-Result<QString> recognize(const QImage& image) {
+Result<QString> recognize(const QImage& image, const TextRecognizer::Tuning& tuning) {
     const Result<tesseract::TessBaseAPI*> engine = threadEngine();
     if (!engine.ok())
         return engine.error();
     tesseract::TessBaseAPI* api = *engine;
-    const PixPtr pix = toPix(prepared(image));
+    api->SetPageSegMode(tesseract::PageSegMode(tuning.pageSegmentation));
+    const PixPtr pix = toPix(prepared(image, tuning));
     if (!pix) {
         return failure(QStringLiteral("there is not enough memory"));
     }
@@ -119,13 +119,35 @@ Result<QString> recognize(const QImage& image) {
 
 } // namespace
 
+TextRecognizer::Tuning TextRecognizer::defaultTuning() {
+    // A single uniform block: screenshots are mostly lines of UI text, which the automatic
+    // layout analysis tends to split into columns.
+    return Tuning{tesseract::PSM_SINGLE_BLOCK, 2, 2'400'000};
+}
+
+Status TextRecognizer::startEngine() {
+    try {
+        const Result<tesseract::TessBaseAPI*> engine = threadEngine();
+        if (!engine.ok())
+            return engine.error();
+    } catch (const std::exception& e) {
+        thisThreadsEngine.reset();
+        return failure(QString::fromLocal8Bit(e.what()));
+    }
+    return {};
+}
+
 Result<QString> TextRecognizer::text(const QImage& image) {
+    return text(image, defaultTuning());
+}
+
+Result<QString> TextRecognizer::text(const QImage& image, const Tuning& tuning) {
     if (image.isNull() || image.width() < 2 || image.height() < 2)
         return QString();
     // Tesseract reports trouble by throwing from deep inside; nothing of that crosses here.
     Result<QString> result = failure(QStringLiteral("unknown error"));
     try {
-        result = recognize(image);
+        result = recognize(image, tuning);
     } catch (const std::exception& e) {
         result = failure(QString::fromLocal8Bit(e.what()));
         thisThreadsEngine

@@ -16,10 +16,28 @@ namespace qm {
 // commands both come through here.
 class TextRecognizer {
 public:
+    // How an image is handed to the engine: its page-segmentation mode and how much the image
+    // is enlarged first. The defaults were chosen by measuring (bench/ocr); the benchmark
+    // tries others.
+    struct Tuning {
+        int pageSegmentation = 0; // Tesseract's PSM number
+        double scale = 1;
+        // Images that would grow beyond this many pixels are read at their own size: the
+        // time grows with the pixels and large screenshots already carry legible text.
+        qint64 maxScaledPixels = 2'400'000;
+        bool operator==(const Tuning&) const = default;
+    };
+    static Tuning defaultTuning();
+
+    // Starts this thread's engine if it has none; the reason when it cannot start (the
+    // English language data is missing). Cheap once started.
+    static Status startEngine();
+
     // The recognised text, empty when the image holds none; an error (also logged) when the
     // engine failed or could not start. Blocks for a fraction of a second or more (the first
     // call on a thread also starts that thread's engine): call it off the UI thread.
     static Result<QString> text(const QImage& image);
+    static Result<QString> text(const QImage& image, const Tuning& tuning);
 
     // text() on a worker thread.
     static QFuture<Result<QString>> textAsync(const QImage& image);

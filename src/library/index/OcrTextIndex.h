@@ -22,6 +22,17 @@ struct OcrRecord {
     bool operator==(const OcrRecord&) const = default;
 };
 
+// How an OcrTextIndex is set up (OcrTextIndex::Options). Declared outside the class so that it
+// can be the constructor's default argument.
+struct OcrTextIndexOptions {
+    // Reads the text in a decoded image (TextRecognizer::text unless a test supplies one).
+    using Recognize = std::function<Result<QString>(const QImage& image)>;
+    QString file;        // empty: defaultIndexFile()
+    int workers = 0;     // 0: defaultWorkerCount()
+    Recognize recognize; // empty: TextRecognizer::text
+    std::chrono::milliseconds saveDelay{2000};
+};
+
 // The text read from every image capture, so the library can find images by what they show.
 // Kept in one JSON file (path → {"modified", "text"}), written atomically a short while after
 // the last change; a file that can't be read is set aside as "<file>.bad" and the index starts
@@ -31,14 +42,8 @@ struct OcrRecord {
 class OcrTextIndex : public QObject {
     Q_OBJECT
 public:
-    // Reads the text in a decoded image (TextRecognizer::text unless a test supplies one).
-    using Recognize = std::function<Result<QString>(const QImage& image)>;
-    struct Options {
-        QString file;        // empty: defaultIndexFile()
-        int workers = 0;     // 0: defaultWorkerCount()
-        Recognize recognize; // empty: TextRecognizer::text
-        std::chrono::milliseconds saveDelay{2000};
-    };
+    using Recognize = OcrTextIndexOptions::Recognize;
+    using Options = OcrTextIndexOptions;
 
     explicit OcrTextIndex(Options options = {}, QObject* parent = nullptr);
     // Drops what is waiting, lets the images being read finish, and writes a pending save.
