@@ -1,6 +1,7 @@
 #include "library/thumbnails/ThumbnailCache.h"
 
 #include "library/catalog/CaptureEntry.h"
+#include "library/index/ScaledImage.h"
 #include "media/player/MovieDecoder.h"
 
 #include <QBuffer>
@@ -146,16 +147,12 @@ Result<QImage> movieThumbnail(const QString& path, int maxPixel) {
 }
 
 Result<QImage> stillThumbnail(const QString& path, int maxPixel) {
-    QImageReader reader(path);
-    reader.setAutoTransform(true);
-    const QSize size = reader.size();
-    if (size.isValid() && (size.width() > maxPixel || size.height() > maxPixel))
-        reader.setScaledSize(size.scaled(maxPixel, maxPixel, Qt::KeepAspectRatio));
-    QImage image = reader.read();
-    if (image.isNull())
-        return failure(QStringLiteral("“%1” could not be read as an image: %2.")
-                           .arg(QFileInfo(path).fileName(), reader.errorString()));
-    return scaledToFit(std::move(image), maxPixel);
+    // Scaled while decoding: a huge capture is never held whole just for its thumbnail.
+    Result<QImage> image = readScaledImage(path, maxPixel);
+    if (!image)
+        return failure(QStringLiteral("“%1” could not be read as an image: %2")
+                           .arg(QFileInfo(path).fileName(), image.error().reason));
+    return scaledToFit(std::move(*image), maxPixel);
 }
 
 } // namespace
