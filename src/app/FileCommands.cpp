@@ -2,9 +2,13 @@
 
 #include "base/Preferences.h"
 #include "base/SettingsStore.h"
+#include "library/catalog/CaptureEntry.h"
+#include "library/catalog/TextMatch.h"
+#include "library/index/OcrTextIndex.h"
 #include "media/gif/GIFExporter.h"
 #include "media/trim/TrimInPlace.h"
 
+#include <QEventLoop>
 #include <QFileInfo>
 #include <cstdio>
 #include <unistd.h>
@@ -89,6 +93,68 @@ int gif(const command::Gif& request) {
     return 0;
 }
 
+// Reads the text of the images the index has not seen, saying how far it got on stderr.
+void readNewText(library::OcrTextIndex& index, const std::vector<library::CaptureEntry>& entries) {
+    QStringList images;
+    for (const library::CaptureEntry& entry : entries)
+        if (entry.kind == library::MediaKind::Images)
+            images << entry.path;
+    index.index(images);
+    const int total = index.remaining();
+    if (total == 0)
+        return;
+    const bool terminal = ::isatty(::fileno(stderr)) != 0;
+    const auto show = [&] {
+        const QByteArray line = QStringLiteral("Reading text in images… %1 of %2")
+                                    .arg(total - index.remaining())
+                                    .arg(total)
+                                    .toLocal8Bit();
+        std::fprintf(stderr, terminal ? "\r%s" : "%s\n", line.constData());
+        std::fflush(stderr);
+    };
+    show();
+    QEventLoop loop;
+    QObject::connect(&index, &library::OcrTextIndex::revisionChanged, &loop, show);
+    QObject::connect(&index, &library::OcrTextIndex::isIndexingChanged, &loop,
+                     [&loop](bool indexing) {
+                         if (!indexing)
+                             loop.quit();
+                     });
+    if (index.isIndexing())
+        loop.exec();
+    if (terminal)
+        std::fputc('\n', stderr);
+}
+
+int search(const command::Search& request) {
+    IniSettingsStore store;
+    Preferences preferences(store);
+    const std::vector<library::CaptureEntry> entries =
+        library::scanCaptures(preferences.outputDirectory());
+    const bool byText = preferences.searchImageText();
+    std::optional<library::OcrTextIndex> index;
+    if (byText) {
+        index.emplace();
+        readNewText(*index, entries);
+        index->flush();
+        if (!index->unavailableReason().isEmpty())
+            printLine(stderr, index->unavailableReason());
+    }
+    // Names match as the library's search field does; images also by the text they show.
+    const library::SearchNeedle needle(request.text);
+    bool found = false;
+    for (const library::CaptureEntry& entry : entries) { // newest first
+        const bool byName =
+            needle.foundIn(library::foldForSearch(QFileInfo(entry.path).completeBaseName()));
+        if (byName || (index && entry.kind == library::MediaKind::Images &&
+                       index->textContains(entry.path, needle))) {
+            printLine(stdout, entry.path);
+            found = true;
+        }
+    }
+    return found ? 0 : 1;
+}
+
 } // namespace
 
 int runFileCommand(const Command& command) {
@@ -96,6 +162,8 @@ int runFileCommand(const Command& command) {
         return trim(*t);
     if (const auto* g = std::get_if<command::Gif>(&command))
         return gif(*g);
+    if (const auto* s = std::get_if<command::Search>(&command))
+        return search(*s);
     return 2;
 }
 

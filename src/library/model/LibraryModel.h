@@ -5,6 +5,7 @@
 
 #include <QObject>
 #include <QString>
+#include <QStringList>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -63,6 +64,13 @@ Q_SIGNALS:
 
 private:
     struct Private;
+    struct Listing;
+    void publish(Listing listing);
+    // Works out `filtered` again and fixes the selection.
+    void refresh();
+    void fixSelection();
+    QStringList imagePaths() const;
+
     std::unique_ptr<Private> d;
     std::vector<CaptureEntry> m_entries;
     std::vector<CaptureEntry> m_filtered;

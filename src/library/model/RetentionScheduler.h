@@ -1,6 +1,9 @@
 #pragma once
 
+#include "library/catalog/Retention.h"
+
 #include <QObject>
+#include <chrono>
 #include <memory>
 
 namespace qm {
@@ -15,7 +18,14 @@ namespace qm::library {
 class RetentionScheduler : public QObject {
     Q_OBJECT
 public:
+    struct Timing {
+        std::chrono::milliseconds firstDelay{3000};
+        std::chrono::milliseconds interval{std::chrono::hours(6)};
+        TrashFile trash; // empty: moveToTrash
+    };
+
     explicit RetentionScheduler(Preferences& preferences, QObject* parent = nullptr);
+    RetentionScheduler(Preferences& preferences, Timing timing, QObject* parent = nullptr);
     ~RetentionScheduler() override;
 
     // Once at start; a second call does nothing.
