@@ -132,6 +132,7 @@ CaptureLibraryView::CaptureLibraryView(Services services, QString thumbnailRoot,
     });
     connect(&model, &LibraryModel::filterChanged, this, [this](MediaKind kind) {
         m_sidebar->setCurrentItem(m_sidebar->topLevelItem(kind == MediaKind::Images ? 0 : 1));
+        updateEmptyState(); // an empty list can stay empty and still need other words
     });
     m_sidebar->setCurrentItem(m_sidebar->topLevelItem(model.filter() == MediaKind::Images ? 0 : 1));
     connect(&model, &LibraryModel::entriesChanged, this, &CaptureLibraryView::updateCounts);
