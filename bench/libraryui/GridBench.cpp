@@ -9,7 +9,6 @@
 #include <QDir>
 #include <QFile>
 #include <QPixmap>
-#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <benchmark/benchmark.h>
 #include <memory>
@@ -44,9 +43,10 @@ struct Scene {
         (void)preferences->setOutputDirectory(folder);
         preferences->setSearchImageText(false);
         model = std::make_unique<LibraryModel>(*preferences, nullptr);
-        QSignalSpy reloaded(model.get(), &LibraryModel::reloaded);
+        bool listed = false;
+        QObject::connect(model.get(), &LibraryModel::reloaded, [&listed] { listed = true; });
         model->reload(false);
-        reloaded.wait(60000);
+        test::waitUntil([&] { return listed; }, std::chrono::seconds(60));
         thumbnails = std::make_unique<ThumbnailLoader>(
             ThumbnailCache(dir.filePath(QStringLiteral("thumbs"))), ThumbnailCache::Size::Large);
         rows = std::make_unique<CaptureGridModel>(*model, *thumbnails);
@@ -69,5 +69,20 @@ void BM_FilterChangeAndFirstPaint(benchmark::State& state) {
     state.counters["rows"] = double(scene.rows->rowCount());
 }
 BENCHMARK(BM_FilterChangeAndFirstPaint)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond);
+
+// One keystroke in the search field: the list narrows and the grid paints.
+void BM_SearchKeystroke(benchmark::State& state) {
+    Scene scene(int(state.range(0)));
+    QPixmap target(scene.grid->size());
+    bool narrow = false;
+    for (auto _ : state) {
+        narrow = !narrow;
+        scene.model->setSearchText(narrow ? QStringLiteral("quillmark 0") : QStringLiteral("q"));
+        scene.grid->render(&target);
+        scene.thumbnails->keepOnly({});
+    }
+    state.counters["rows"] = double(scene.rows->rowCount());
+}
+BENCHMARK(BM_SearchKeystroke)->Arg(10000)->Unit(benchmark::kMillisecond);
 
 } // namespace
