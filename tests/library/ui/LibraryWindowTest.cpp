@@ -27,10 +27,12 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QMimeData>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTreeWidget>
+#include <future>
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
@@ -236,6 +238,36 @@ TEST_F(LibraryWindowTest, FindsImagesByTheTextInThem) {
     QMenu* plainMenu = view().contextMenu(*grid().entry(plainRow));
     EXPECT_FALSE(menuAction(plainMenu, u"Copy Text"_s)->isEnabled());
     plainMenu->close();
+}
+
+TEST_F(LibraryWindowTest, SaysWhileTextIsBeingReadFromImages) {
+    writeImage(u"Quillmark slow.png"_s, Qt::white, 10);
+    // An engine that reads only when the test lets it.
+    std::promise<void> go;
+    std::shared_future<void> allowed = go.get_future().share();
+    OcrTextIndex slowIndex{{dir.filePath(u"slow-index.json"_s), 1,
+                            [allowed](const QImage&) -> Result<QString> {
+                                allowed.wait();
+                                return u"hello"_s;
+                            },
+                            std::chrono::milliseconds(50)}};
+    CaptureLibraryController library(
+        CaptureLibraryController::Services{preferences, slowIndex, editorSettings, toasts});
+    library.movieSound = false;
+    library.thumbnailRoot = dir.filePath(u"thumbnails"_s);
+    // Goes first, so a failed check never leaves the index waiting for its engine.
+    bool released = false;
+    const auto release = qScopeGuard([&] {
+        if (!std::exchange(released, true))
+            go.set_value();
+    });
+    library.show();
+    CaptureLibraryView& shown = *library.view();
+    ASSERT_TRUE(test::waitUntil([&] { return shown.statusLine()->isVisible(); }));
+    EXPECT_EQ(shown.statusLine()->text(), u"Reading text in images…"_s);
+    released = true;
+    go.set_value();
+    EXPECT_TRUE(test::waitUntil([&] { return !shown.statusLine()->isVisible(); }));
 }
 
 TEST_F(LibraryWindowTest, MoveToTrashFromTheMenuTrashesTheFileAndSelectsTheNext) {
