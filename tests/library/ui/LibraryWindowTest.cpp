@@ -28,6 +28,7 @@
 #include <QMenu>
 #include <QMimeData>
 #include <QScopeGuard>
+#include <QToolButton>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -301,6 +302,29 @@ TEST_F(LibraryWindowTest, MoveToTrashFromTheMenuTrashesTheFileAndSelectsTheNext)
     EXPECT_EQ(view().sidebar()->topLevelItem(0)->text(1), u"2"_s);
     const auto listed = test::run(u"trash-list"_s, {});
     EXPECT_TRUE(listed.out.contains(QFile::encodeName(c))) << listed.out.toStdString();
+}
+
+TEST_F(LibraryWindowTest, AskClaudeAndCopyImageHandOverTheSelectedPicture) {
+    writeImage(u"Quillmark green.png"_s, Qt::green, 200);
+    const QString magenta = writeImage(u"Quillmark magenta.png"_s, Qt::magenta, 100);
+    open();
+    EXPECT_FALSE(view().askButton()->isVisible());
+    controller->close();
+
+    QImage asked;
+    controller->onAskAI = [&](const QImage& image) { asked = image; };
+    controller->show();
+    ASSERT_TRUE(view().askButton()->isVisible());
+    ASSERT_EQ(model().selection(), magenta);
+    QTest::mouseClick(view().askButton(), Qt::LeftButton);
+    ASSERT_EQ(asked.size(), QSize(640, 400));
+    EXPECT_EQ(asked.pixelColor(5, 5), QColor(Qt::magenta));
+
+    QMenu* menu = view().contextMenu(*grid().entry(1));
+    menuAction(menu, u"Copy Image"_s)->trigger();
+    menu->close();
+    ASSERT_TRUE(test::waitUntil([] { return !QGuiApplication::clipboard()->image().isNull(); }));
+    EXPECT_EQ(QGuiApplication::clipboard()->image().pixelColor(5, 5), QColor(Qt::green));
 }
 
 TEST_F(LibraryWindowTest, AnUnreadableImageKeepsItsPlaceholderAndSaysSo) {
