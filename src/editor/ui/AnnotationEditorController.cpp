@@ -6,6 +6,7 @@
 #include "editor/render/Flatten.h"
 #include "editor/ui/AnnotationCanvas.h"
 #include "editor/ui/AnnotationEditorView.h"
+#include "editor/ui/EditorKeyHandler.h"
 
 #include <QCloseEvent>
 #include <QCursor>
@@ -161,6 +162,28 @@ void AnnotationEditorController::show() {
     m_view->canvas()->setFocus(Qt::OtherFocusReason);
 }
 
+AnnotationEditorView* AnnotationEditorController::embed(QWidget& container) {
+    if (m_view)
+        return m_view;
+    m_container = &container;
+    m_view = new AnnotationEditorView(*m_model, &container);
+    m_view->onCopy = [this] { copy(); };
+    m_view->onDone = [this] { save(); };
+    if (auto* layout = container.layout())
+        layout->addWidget(m_view);
+    // The keys are read for the whole window the container sits in, and stop with the view.
+    m_view->attachKeyHandler(*container.window());
+    connect(m_view, &QObject::destroyed, m_view->keyHandler(),
+            [handler = QPointer<QObject>(m_view->keyHandler())] { delete handler.data(); });
+    auto* saveKey = new QShortcut(QKeySequence::Save, m_view);
+    saveKey->setContext(Qt::WidgetWithChildrenShortcut);
+    connect(saveKey, &QShortcut::activated, this, &AnnotationEditorController::save);
+    auto* saveAsKey = new QShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_S), m_view);
+    saveAsKey->setContext(Qt::WidgetWithChildrenShortcut);
+    connect(saveAsKey, &QShortcut::activated, this, &AnnotationEditorController::saveAs);
+    return m_view;
+}
+
 void AnnotationEditorController::copy() {
     m_model->document().commitPendingText();
     ImageExport::copyToPasteboard(flatten(*m_model));
@@ -200,8 +223,9 @@ void AnnotationEditorController::saveAs() {
         suggested = QDir(QStandardPaths::writableLocation(QStandardPaths::PicturesLocation))
                         .filePath(ImageExport::fileName(ImageExport::screenshotPrefix,
                                                         QStringLiteral(".png")));
-    QString path = chooseSaveFile ? chooseSaveFile(m_window, suggested)
-                                  : QFileDialog::getSaveFileName(m_window, tr("Save As"), suggested,
+    QWidget* const parent = m_window ? static_cast<QWidget*>(m_window) : m_container.data();
+    QString path = chooseSaveFile ? chooseSaveFile(parent, suggested)
+                                  : QFileDialog::getSaveFileName(parent, tr("Save As"), suggested,
                                                                  tr("PNG images (*.png)"));
     if (path.isEmpty())
         return;

@@ -71,6 +71,10 @@ public:
 
     // Creates, sizes, centres and shows the window.
     void show();
+    // Instead of show(): puts the editor's view into `container` (which owns it from then on),
+    // with the keys, Ctrl+S and Ctrl+Shift+S working there; Done saves rather than finishes.
+    // The view must go before the controller does.
+    AnnotationEditorView* embed(QWidget& container);
     // Done (save = true) or dismissal: the one report; later calls do nothing. Neither asks
     // or writes anything.
     void complete(bool save);
@@ -128,6 +132,7 @@ private:
     std::shared_ptr<EditorModel> m_model;
     QPointer<EditorWindow> m_window;
     QPointer<AnnotationEditorView> m_view;
+    QPointer<QWidget> m_container; // when embedded
     bool m_finished = false;
     bool m_writing = false;
     bool m_asking = false;

@@ -20,6 +20,7 @@ class TrimSession;
 
 namespace qm::library {
 
+class CaptureLibraryView;
 class LibraryModel;
 class OcrTextIndex;
 
@@ -44,6 +45,8 @@ public:
     // Null until the first show().
     QWidget* window() const;
     LibraryModel& model() const;
+    // The window's content; null until the first show().
+    CaptureLibraryView* view() const;
 
     // Lists the folder again, keeping the selection (a capture was saved elsewhere).
     void reload();
@@ -58,6 +61,12 @@ public:
     std::function<void(media::player::TrimSession& session, double start, double end)> onExportGif;
     // The image pane's editor wrote a file.
     std::function<void(const QString& path)> onSaved;
+
+    // Set before the first show(). Movies in the pane play silently without (tests, or a
+    // session without a sound server).
+    bool movieSound = true;
+    // Where thumbnails are kept; empty: the user's thumbnail cache.
+    QString thumbnailRoot;
 
 private:
     struct Private;
