@@ -45,8 +45,7 @@ public:
     using Recognize = OcrTextIndexOptions::Recognize;
     using Options = OcrTextIndexOptions;
 
-    explicit OcrTextIndex(QObject* parent = nullptr);
-    explicit OcrTextIndex(Options options, QObject* parent = nullptr);
+    explicit OcrTextIndex(Options options = {}, QObject* parent = nullptr);
     // Drops what is waiting, lets the images being read finish, and writes a pending save.
     ~OcrTextIndex() override;
 

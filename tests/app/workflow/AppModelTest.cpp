@@ -314,7 +314,7 @@ TEST_F(AppModelTest, AFailingGrabIsReportedWithItsReason) {
     ShareableContentCache nullCache{refusing};
     ScreenCaptureManager nullCapture{refusing, nullCache};
     AppModel failing({prefs, nullCapture, nullCache, *surfaces, hotkeys, sounds, toasts, cards,
-                      video, audio, camera, clicks});
+                      video, audio, camera, clicks, ocrIndex});
     backend.calls.clear();
 
     test::LogCapture log;
