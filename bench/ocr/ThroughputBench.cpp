@@ -1,0 +1,113 @@
+#include "TextCorpus.h"
+#include "library/index/OcrTextIndex.h"
+
+#include <QEventLoop>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <benchmark/benchmark.h>
+#include <cstdio>
+
+// Screenshots per second on full screens of text: the library's index (decoding, scaling and
+// all its workers) beside the `tesseract` command a user would otherwise run on the same
+// files, with the character error rate of each.
+
+namespace {
+
+constexpr int kScreens = 3;
+
+struct Screens {
+    QTemporaryDir dir;
+    QStringList paths;
+    QStringList truths;
+    Screens() {
+        // QM_BENCH_KEEP=1 leaves the screens behind for a look at them.
+        if (qEnvironmentVariableIsSet("QM_BENCH_KEEP")) {
+            dir.setAutoRemove(false);
+            std::fprintf(stderr, "screens in %s\n", qPrintable(dir.path()));
+        }
+        for (int i = 0; i < kScreens; ++i) {
+            const auto sample = qm::bench::fullScreenOfText(i);
+            const QString path = dir.filePath(QStringLiteral("screen %1.png").arg(i));
+            sample.image.save(path);
+            paths << path;
+            truths << sample.truth;
+        }
+    }
+};
+
+void BM_indexAllWorkers(benchmark::State& state) {
+    Screens screens;
+    double cer = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        QTemporaryDir data;
+        qm::library::OcrTextIndex::Options options;
+        options.file = data.filePath(QStringLiteral("ocr-index.json"));
+        qm::library::OcrTextIndex index(options);
+        QEventLoop loop;
+        QObject::connect(&index, &qm::library::OcrTextIndex::isIndexingChanged, &loop,
+                         [&loop](bool on) {
+                             if (!on)
+                                 loop.quit();
+                         });
+        state.ResumeTiming();
+        index.index(screens.paths);
+        if (index.isIndexing())
+            loop.exec();
+        state.PauseTiming();
+        cer = 0;
+        for (int i = 0; i < kScreens; ++i)
+            cer += qm::bench::characterErrorRate(
+                       index.record(screens.paths[i]).value_or(qm::library::OcrRecord{}).text,
+                       screens.truths[i]) /
+                   kScreens;
+        state.ResumeTiming();
+    }
+    state.counters["screenshots/s"] = benchmark::Counter(
+        double(kScreens) * double(state.iterations()), benchmark::Counter::kIsRate);
+    state.counters["CER%"] = cer * 100;
+    state.counters["workers"] = qm::library::OcrTextIndex::defaultWorkerCount();
+}
+BENCHMARK(BM_indexAllWorkers)->Iterations(2)->Unit(benchmark::kSecond)->UseRealTime();
+
+// The command on each file in turn, as a script would run it; the argument limits its OpenMP
+// threads to one (1) or leaves its default (0).
+void BM_tesseractCommand(benchmark::State& state) {
+    const QString tesseract = QStandardPaths::findExecutable(QStringLiteral("tesseract"));
+    if (tesseract.isEmpty()) {
+        state.SkipWithError("no tesseract command (scripts/setup.sh installs it)");
+        return;
+    }
+    Screens screens;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    if (state.range(0) == 1)
+        env.insert(QStringLiteral("OMP_THREAD_LIMIT"), QStringLiteral("1"));
+    double cer = 0;
+    for (auto _ : state) {
+        cer = 0;
+        for (int i = 0; i < kScreens; ++i) {
+            QProcess process;
+            process.setProcessEnvironment(env);
+            process.start(tesseract, {screens.paths[i], QStringLiteral("stdout")});
+            process.waitForFinished(300'000);
+            state.PauseTiming();
+            cer += qm::bench::characterErrorRate(QString::fromUtf8(process.readAllStandardOutput()),
+                                                 screens.truths[i]) /
+                   kScreens;
+            state.ResumeTiming();
+        }
+    }
+    state.counters["screenshots/s"] = benchmark::Counter(
+        double(kScreens) * double(state.iterations()), benchmark::Counter::kIsRate);
+    state.counters["CER%"] = cer * 100;
+}
+BENCHMARK(BM_tesseractCommand)
+    ->Arg(1)
+    ->Arg(0)
+    ->Iterations(1)
+    ->Unit(benchmark::kSecond)
+    ->UseRealTime();
+
+} // namespace
