@@ -128,14 +128,14 @@ Result<QString> recognize(const QImage& image, const TextRecognizer::Tuning& tun
 
 TextRecognizer::Tuning TextRecognizer::defaultTuning() {
     // Measured by bench/ocr/QualityBench on screenshots of prose, a table, code and a dark
-    // theme in DejaVu and Nimbus faces at 12-16 px: a single uniform block (PSM 6) read them
-    // best, 0.99 % of characters wrong at their own size and 0.28 % enlarged twice (PSM 4:
-    // 1.16 / 0.42 %; PSM 11: 1.58 / 0.59 %; automatic layout, PSM 3: 13 %, as it splits tables
-    // and lines into columns). Three times did no better than twice. Twice costs about 1.7
-    // times the time, so full screens, which are mostly read by the library's index, stay at
-    // their own size. There a single block runs lines of side-by-side columns together (half
-    // the characters out of order on a screen of prose beside code, bench/ocr/ThroughputBench),
-    // where the automatic layout keeps columns apart and got 2.2 % wrong.
+    // theme in DejaVu and Nimbus faces at 12-16 px, and of xterm: a single uniform block
+    // (PSM 6) read them best, 1.35 % of characters wrong at their own size and 0.41 % enlarged
+    // twice (PSM 4: 1.48 / 0.52 %; PSM 11: 2.54 / 0.65 %; automatic layout, PSM 3: 10 %, as
+    // it splits tables and lines into columns). Three times did no better than twice. Twice
+    // costs about twice the time, so full screens, which are mostly read by the library's
+    // index, stay at their own size. There a single block runs lines of side-by-side columns
+    // together (half the characters out of order on a screen of prose beside code,
+    // bench/ocr/ThroughputBench), where the automatic layout keeps columns apart (2.2 %).
     return Tuning{tesseract::PSM_SINGLE_BLOCK, 2, 2'400'000, tesseract::PSM_AUTO};
 }
 
