@@ -83,8 +83,12 @@ Result<tesseract::TessBaseAPI*> threadEngine() {
         return thisThreadsEngine.get();
     // Tesseract's OpenMP threads make it about ten times slower on a loaded machine; one
     // thread per recognition keeps it fast and leaves the cores to the interface. The limit
-    // is per thread, so it is set on each thread that gets an engine.
+    // is per thread, so it is set on each thread that gets an engine. Tesseract's LSTM asks
+    // for ten threads by name, which only a zero nesting depth refuses once the program runs
+    // (OMP_THREAD_LIMIT is read when the runtime loads, before main): process-wide, and the
+    // engine is the program's only OpenMP user.
     omp_set_num_threads(1);
+    omp_set_max_active_levels(0);
     TessPtr api(new tesseract::TessBaseAPI);
     if (api->Init(nullptr, "eng", tesseract::OEM_LSTM_ONLY) != 0)
         return failure(QStringLiteral("the English language data could not be loaded from %1")
