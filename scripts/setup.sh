@@ -11,7 +11,7 @@ packages=(
   libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libswresample-dev libx264-dev
   libavdevice-dev
   libpulse-dev libtesseract-dev tesseract-ocr-eng libsecret-1-dev
-  tesseract-ocr
+  tesseract-ocr  # the tesseract command, which bench/ocr measures the index against
   libxcb1-dev libxcb-shm0-dev libxcb-xfixes0-dev libxcb-keysyms1-dev libxcb-randr0-dev
   libxcb-composite0-dev libxcb-xinput-dev libxcb-xkb-dev libxcb-ewmh-dev libxcb-icccm4-dev
   libimagequant-dev libgif-dev libspng-dev libdeflate-dev libcanberra-dev libcanberra-pulse

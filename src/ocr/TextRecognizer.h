@@ -25,6 +25,9 @@ public:
         // Images that would grow beyond this many pixels are read at their own size: the
         // time grows with the pixels and large screenshots already carry legible text.
         qint64 maxScaledPixels = 2'400'000;
+        // Those larger images, whole windows and screens with sidebars and columns, are read
+        // with this mode instead.
+        int largePageSegmentation = 0;
         bool operator==(const Tuning&) const = default;
     };
     static Tuning defaultTuning();

@@ -47,6 +47,41 @@ TEST(TextRecognizer, ReadsScreenTextLineByLine) {
     EXPECT_EQ(text->split(QLatin1Char('\n')), lines);
 }
 
+TEST(TextRecognizer, KeepsTheColumnsOfAWholeScreenApart) {
+    // A full screen: a page of prose beside a code pane. Reading it as one block would run
+    // each line of prose into the line of code beside it.
+    QImage screen(1920, 1080, QImage::Format_RGB32);
+    screen.fill(QColor(250, 250, 252));
+    QPainter p(&screen);
+    p.fillRect(1020, 0, 900, 1080, QColor(238, 240, 244));
+    const QStringList prose{
+        QStringLiteral("The quarterly report shows revenue up 12% over the same period,"),
+        QStringLiteral("driven mostly by renewals in the education sector. Support tickets"),
+        QStringLiteral("fell after the new onboarding guide went live on March 3rd; the"),
+        QStringLiteral("median first reply now takes 41 minutes. Please review the invoice")};
+    const QStringList code{QStringLiteral("const auto parsed = parseCommandLine(arguments);"),
+                           QStringLiteral("if (parsed.ok())"),
+                           QStringLiteral("    return runFileCommand(*parsed);"),
+                           QStringLiteral("return 2;")};
+    QFont sans(QStringLiteral("DejaVu Sans"));
+    sans.setPixelSize(15);
+    QFont mono(QStringLiteral("DejaVu Sans Mono"));
+    mono.setPixelSize(14);
+    p.setPen(QColor(30, 30, 35));
+    for (int i = 0; i < 4; ++i) {
+        p.setFont(sans);
+        p.drawText(QPoint(40, 60 + i * 26), prose[i]);
+        p.setFont(mono);
+        p.drawText(QPoint(1050, 60 + i * 26), code[i]);
+    }
+    p.end();
+    const auto text = TextRecognizer::text(screen);
+    ASSERT_TRUE(text.ok());
+    const QStringList lines = text->split(QLatin1Char('\n'));
+    for (const QString& line : prose)
+        EXPECT_TRUE(lines.contains(line)) << line.toStdString() << " in " << text->toStdString();
+}
+
 TEST(TextRecognizer, FindsNothingInAnEmptyImage) {
     QImage blank(400, 200, QImage::Format_RGB32);
     blank.fill(Qt::white);
