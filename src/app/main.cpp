@@ -42,11 +42,6 @@ int main(int argc, char** argv) {
         return qm::runFileCommand(command);
     }
 
-    // Text recognition is far faster single-threaded on small machines; it must be set before
-    // the engine starts.
-    if (qEnvironmentVariableIsEmpty("OMP_THREAD_LIMIT"))
-        qputenv("OMP_THREAD_LIMIT", "1");
-
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Quillmark"));
     QApplication::setOrganizationName(QStringLiteral("quillworks"));
