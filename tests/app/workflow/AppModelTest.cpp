@@ -16,6 +16,8 @@
 #include "editor/model/EditorModel.h"
 #include "editor/ui/AnnotationEditorController.h"
 #include "library/index/OcrTextIndex.h"
+#include "library/model/LibraryModel.h"
+#include "library/ui/CaptureLibraryController.h"
 #include "platform/audio/null/NullAudioCaptureBackend.h"
 #include "platform/camera/null/NullCameraBackend.h"
 #include "platform/capture/null/NullCaptureBackend.h"
@@ -397,8 +399,9 @@ TEST_F(AppModelTest, TheTrayMenuFollowsTheModel) {
                            QStringLiteral("Capture Fullscreen"), QStringLiteral("-"),
                            QStringLiteral("Record Area…"), QStringLiteral("Record Screen"),
                            QStringLiteral("-"), QStringLiteral("Self-Timer"),
-                           QStringLiteral("Options"), QStringLiteral("-"),
-                           QStringLiteral("About Quillmark"), QStringLiteral("Quit Quillmark")}));
+                           QStringLiteral("All Captures…"), QStringLiteral("Options"),
+                           QStringLiteral("-"), QStringLiteral("About Quillmark"),
+                           QStringLiteral("Quit Quillmark")}));
     EXPECT_EQ(tray.menu()->actions().at(0)->shortcut().toString(QKeySequence::NativeText),
               QStringLiteral("Ctrl+Shift+4"));
     EXPECT_EQ(tray.menu()->actions().at(4)->shortcut().toString(QKeySequence::NativeText),
@@ -432,6 +435,20 @@ TEST_F(AppModelTest, TheTrayMenuFollowsTheModel) {
               QFileInfo(*model->lastSavedURL()).completeBaseName());
     recent->actions().front()->trigger();
     EXPECT_EQ(opened, QStringList{*model->lastSavedURL()});
+
+    // The new capture's text is read at once, and the library opens from the menu with it.
+    const QString saved = *model->lastSavedURL();
+    EXPECT_TRUE(test::waitUntil([&] { return ocrIndex.record(saved).has_value(); },
+                                std::chrono::seconds(30)));
+    tray.menu()->actions().at(8)->trigger();
+    ASSERT_TRUE(model->library());
+    ASSERT_TRUE(model->library()->window());
+    EXPECT_EQ(model->library()->window()->windowTitle(), QStringLiteral("All Captures"));
+    ASSERT_TRUE(test::waitUntil([&] { return model->library()->model().entries().size() == 1; }));
+    EXPECT_EQ(model->library()->model().selection(), saved);
+    // Closing it lets it go; the next request makes a new one.
+    model->library()->window()->close();
+    EXPECT_TRUE(test::waitUntil([&] { return model->library() == nullptr; }));
 }
 
 } // namespace
