@@ -173,6 +173,7 @@ AnnotationEditorView* AnnotationEditorController::embed(QWidget& container) {
         layout->addWidget(m_view);
     // The keys are read for the whole window the container sits in, and stop with the view.
     m_view->attachKeyHandler(*container.window());
+    m_view->keyHandler()->setScope(m_view);
     connect(m_view, &QObject::destroyed, m_view->keyHandler(),
             [handler = QPointer<QObject>(m_view->keyHandler())] { delete handler.data(); });
     auto* saveKey = new QShortcut(QKeySequence::Save, m_view);

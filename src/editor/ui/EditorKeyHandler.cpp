@@ -36,6 +36,11 @@ bool EditorKeyHandler::eventFilter(QObject* watched, QEvent* event) {
     auto* widget = qobject_cast<QWidget*>(watched);
     if (!widget || widget->window() != m_window)
         return false;
+    if (m_scope) {
+        QWidget* focus = QApplication::focusWidget();
+        if (!focus || (focus != m_scope && !m_scope->isAncestorOf(focus)))
+            return false;
+    }
     return handle(static_cast<QKeyEvent*>(event));
 }
 

@@ -23,6 +23,9 @@ public:
 
     // True when the key event was consumed.
     bool handle(QKeyEvent* event);
+    // Where the editor shares its window with other views (the library): keys count only while
+    // the focus is inside `scope`, so Delete in a list beside it never removes a mark.
+    void setScope(QWidget* scope) { m_scope = scope; }
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
@@ -32,6 +35,7 @@ private:
 
     EditorModel& m_model;
     QPointer<QWidget> m_window;
+    QPointer<QWidget> m_scope;
 };
 
 } // namespace qm

@@ -2,6 +2,8 @@
 #include "TestSupport.h"
 #include "base/Preferences.h"
 #include "base/SettingsStore.h"
+#include "editor/model/Annotation.h"
+#include "editor/model/EditorModel.h"
 #include "editor/ui/AnnotationCanvas.h"
 #include "editor/ui/AnnotationEditorController.h"
 #include "editor/ui/AnnotationEditorView.h"
@@ -28,10 +30,10 @@
 #include <QMenu>
 #include <QMimeData>
 #include <QScopeGuard>
-#include <QToolButton>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QToolButton>
 #include <QTreeWidget>
 #include <future>
 #include <gtest/gtest.h>
@@ -363,6 +365,34 @@ TEST_F(LibraryWindowTest, SavingInTheEmbeddedEditorWritesANewFileBesideTheOrigin
     EXPECT_EQ(f.readAll(), before);
     ASSERT_TRUE(reloaded.wait(10000));
     EXPECT_EQ(model().count(MediaKind::Images), 2);
+}
+
+TEST_F(LibraryWindowTest, KeysTypedInTheGridLeaveTheEmbeddedEditorAlone) {
+    writeImage(u"Quillmark shot.png"_s, Qt::red, 100);
+    open();
+    auto* pane = qobject_cast<LibraryEditorPane*>(view().detail());
+    ASSERT_NE(pane, nullptr);
+    EditorModel& editor = pane->editor().model();
+    const AnnotationTool before = editor.tool();
+    // A tool letter that would change the editor's tool.
+    int letter = 0;
+    for (int key = Qt::Key_A; key <= Qt::Key_Z && !letter; ++key) {
+        const auto tool = toolForKey(QString(QChar(u'a' + (key - Qt::Key_A))));
+        if (tool && *tool != before)
+            letter = key;
+    }
+    ASSERT_NE(letter, 0);
+    controller->window()->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(controller->window()));
+
+    view().grid()->setFocus();
+    QTest::keyClick(view().grid(), Qt::Key(letter));
+    EXPECT_EQ(editor.tool(), before);
+
+    QWidget* canvas = pane->editor().view()->canvas();
+    canvas->setFocus();
+    QTest::keyClick(canvas, Qt::Key(letter));
+    EXPECT_NE(editor.tool(), before);
 }
 
 TEST_F(LibraryWindowTest, ATrimInTheVideoPaneReloadsTheLibraryAndTheMovie) {
