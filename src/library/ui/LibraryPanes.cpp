@@ -45,6 +45,11 @@ LibraryEditorPane::LibraryEditorPane(const QString& path, const QImage& image,
 }
 
 LibraryEditorPane::~LibraryEditorPane() {
+    // Choosing another capture or closing the library never throws marks away: they are
+    // written beside the original (the write finishes on its worker after the pane is gone,
+    // and the folder watch lists the new file).
+    if (m_editor->hasUnsavedChanges())
+        m_editor->save();
     // The view draws the controller's document: it goes first.
     delete m_view;
     m_editor.reset();

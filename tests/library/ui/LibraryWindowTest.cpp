@@ -367,6 +367,30 @@ TEST_F(LibraryWindowTest, SavingInTheEmbeddedEditorWritesANewFileBesideTheOrigin
     EXPECT_EQ(model().count(MediaKind::Images), 2);
 }
 
+TEST_F(LibraryWindowTest, MarksNotYetSavedAreWrittenBesideTheOriginalWhenAnotherCaptureIsChosen) {
+    const QString marked = writeImage(u"Quillmark marked.png"_s, Qt::white, 100);
+    writeImage(u"Quillmark other.png"_s, Qt::blue, 200);
+    open();
+    model().setSelection(marked);
+    auto* pane = qobject_cast<LibraryEditorPane*>(view().detail());
+    ASSERT_NE(pane, nullptr);
+    EditorModel& editor = pane->editor().model();
+    editor.document().beginChange();
+    editor.document().appendAnnotation(
+        Annotation(Annotation::Rectangle{QRectF(100, 100, 200, 120)}, Qt::red, 8));
+
+    model().setSelection(QDir(folder).filePath(u"Quillmark other.png"_s));
+    const QString beside = QDir(folder).filePath(u"Quillmark marked 2.png"_s);
+    ASSERT_TRUE(test::waitUntil([&] { return QFile::exists(beside); }));
+    ASSERT_TRUE(test::waitUntil([&] { return !QImage(beside).isNull(); }));
+    EXPECT_EQ(QImage(beside).pixelColor(100, 150), QColor(Qt::red)); // the rectangle's left edge
+    EXPECT_EQ(QImage(marked).pixelColor(100, 150), QColor(Qt::white));
+    // A pane left without changes writes nothing.
+    model().setSelection(marked);
+    model().setSelection(QDir(folder).filePath(u"Quillmark other.png"_s));
+    EXPECT_EQ(QDir(folder).entryList(QDir::Files).size(), 3);
+}
+
 TEST_F(LibraryWindowTest, KeysTypedInTheGridLeaveTheEmbeddedEditorAlone) {
     writeImage(u"Quillmark shot.png"_s, Qt::red, 100);
     open();
