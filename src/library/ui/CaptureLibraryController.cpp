@@ -2,6 +2,7 @@
 
 #include "library/model/LibraryModel.h"
 #include "library/ui/CaptureLibraryView.h"
+#include "ui/ClosingWindow.h"
 
 #include <QCloseEvent>
 #include <QMetaObject>
@@ -13,20 +14,9 @@ namespace qm::library {
 namespace {
 
 // The top-level window; says when it has closed.
-class LibraryWindow final : public QWidget {
+class LibraryWindow final : public ClosingWindow {
 public:
-    explicit LibraryWindow(std::function<void()> closed)
-        : m_closed(std::move(closed)) {}
-
-protected:
-    void closeEvent(QCloseEvent* event) override {
-        QWidget::closeEvent(event);
-        if (m_closed)
-            m_closed();
-    }
-
-private:
-    std::function<void()> m_closed;
+    using ClosingWindow::ClosingWindow;
 };
 
 } // namespace

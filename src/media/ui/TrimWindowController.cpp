@@ -3,6 +3,7 @@
 #include "media/player/PlaybackEngine.h"
 #include "media/player/TrimSession.h"
 #include "media/ui/TrimView.h"
+#include "ui/ClosingWindow.h"
 
 #include <QApplication>
 #include <QBoxLayout>
@@ -12,20 +13,9 @@
 
 namespace qm::media::ui {
 
-class TrimWindowController::Window : public QWidget {
+class TrimWindowController::Window : public ClosingWindow {
 public:
-    explicit Window(std::function<void()> closed)
-        : m_closed(std::move(closed)) {}
-
-protected:
-    void closeEvent(QCloseEvent* event) override {
-        QWidget::closeEvent(event);
-        if (m_closed)
-            m_closed();
-    }
-
-private:
-    std::function<void()> m_closed;
+    using ClosingWindow::ClosingWindow;
 };
 
 TrimWindowController::TrimWindowController(const QString& moviePath, bool sound)

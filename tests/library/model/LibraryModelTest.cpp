@@ -1,5 +1,6 @@
 #include "library/model/LibraryModel.h"
 
+#include "CaptureFolderTest.h"
 #include "TestSupport.h"
 #include "base/Preferences.h"
 #include "base/SettingsStore.h"
@@ -18,19 +19,10 @@ using qm::test::waitUntil;
 
 namespace {
 
-class LibraryModelTest : public ::testing::Test {
+class LibraryModelTest : public CaptureFolderTest {
 protected:
-    QTemporaryDir home;
-    QString folder = home.filePath(u"captures"_s);
-    qm::IniSettingsStore store{home.filePath(u"Quillmark.conf"_s)};
-    qm::Preferences preferences{store};
     QDateTime base = QDateTime::currentDateTime().addDays(-1);
     int minute = 0; // each file made is a minute newer than the one before
-
-    void SetUp() override {
-        ASSERT_TRUE(QDir().mkpath(folder));
-        ASSERT_TRUE(preferences.setOutputDirectory(folder).ok());
-    }
 
     QString add(const QString& name, const QString& in = {}) {
         const QString path = QDir(in.isEmpty() ? folder : in).filePath(name);

@@ -1,5 +1,6 @@
 #include "library/model/RetentionScheduler.h"
 
+#include "CaptureFolderTest.h"
 #include "TestSupport.h"
 #include "base/Preferences.h"
 #include "base/SettingsStore.h"
@@ -18,17 +19,8 @@ using qm::test::waitUntil;
 
 namespace {
 
-class RetentionSchedulerTest : public ::testing::Test {
+class RetentionSchedulerTest : public CaptureFolderTest {
 protected:
-    QTemporaryDir home;
-    QString folder = home.filePath(u"captures"_s);
-    qm::IniSettingsStore store{home.filePath(u"Quillmark.conf"_s)};
-    qm::Preferences preferences{store};
-
-    void SetUp() override {
-        ASSERT_TRUE(QDir().mkpath(folder));
-        ASSERT_TRUE(preferences.setOutputDirectory(folder).ok());
-    }
     void old(const QString& name, int days) {
         QFile file(QDir(folder).filePath(name));
         ASSERT_TRUE(file.open(QIODevice::WriteOnly));

@@ -1,4 +1,5 @@
 #include "../index/IndexTestFiles.h"
+#include "CaptureFolderTest.h"
 #include "TestSupport.h"
 #include "base/Preferences.h"
 #include "base/SettingsStore.h"
@@ -21,16 +22,10 @@ using qm::test::waitUntil;
 
 namespace {
 
-class TextSearchTest : public ::testing::Test {
+class TextSearchTest : public CaptureFolderTest {
 protected:
-    QTemporaryDir home;
-    QString folder = home.filePath(u"captures"_s);
-    qm::IniSettingsStore store{home.filePath(u"Quillmark.conf"_s)};
-    qm::Preferences preferences{store};
-
     void SetUp() override {
-        ASSERT_TRUE(QDir().mkpath(folder));
-        ASSERT_TRUE(preferences.setOutputDirectory(folder).ok());
+        CaptureFolderTest::SetUp();
         preferences.setSearchImageText(true);
     }
     OcrTextIndex::Options options(OcrTextIndex::Recognize recognize = {}) {
