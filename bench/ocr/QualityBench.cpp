@@ -76,7 +76,7 @@ void BM_settingsSweep(benchmark::State& state) {
         for (const int psm : {3, 4, 6, 11}) {
             for (const double scale : {1.0, 1.5, 2.0, 3.0}) {
                 const TextRecognizer::Tuning tuning{psm, scale, std::numeric_limits<qint64>::max(),
-                                                    psm};
+                                                    psm, std::numeric_limits<qint64>::max()};
                 const Score s = score(samples, tuning, false);
                 std::fprintf(stderr, "%3d  %5.1f   %7.2f %%  %7.2f %%  %9.0f\n", psm, scale,
                              s.meanCer * 100, s.worstCer * 100, s.msPerImage);

@@ -22,6 +22,7 @@ constexpr int kScreens = 3;
 struct Screens {
     QTemporaryDir dir;
     QStringList paths;
+    QStringList enlarged;
     QStringList truths;
     Screens() {
         // QM_BENCH_KEEP=1 leaves the screens behind for a look at them.
@@ -35,6 +36,12 @@ struct Screens {
             sample.image.save(path);
             paths << path;
             truths << sample.truth;
+            // The same screen at twice its size, as the index reads it, for the command.
+            const QString large = dir.filePath(QStringLiteral("screen %1 2x.png").arg(i));
+            sample.image
+                .scaled(sample.image.size() * 2, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
+                .save(large);
+            enlarged << large;
         }
     }
 };
@@ -92,7 +99,8 @@ BENCHMARK(BM_indexAllWorkers)->Arg(1)->Iterations(2)->Unit(benchmark::kSecond)->
 
 // The command on each file in turn, as a script would run it. Arguments: its OpenMP threads
 // limited to one (1) or left at their default (0); and whether it runs at the index workers'
-// lowered priority (1), for a fair race on a busy machine, or at the normal one (0).
+// lowered priority (1), for a fair race on a busy machine, or at the normal one (0); and
+// whether it reads the screens at their own size (0) or enlarged as the index does (1).
 void BM_tesseractCommand(benchmark::State& state) {
     const QString tesseract = QStandardPaths::findExecutable(QStringLiteral("tesseract"));
     if (tesseract.isEmpty()) {
@@ -100,6 +108,9 @@ void BM_tesseractCommand(benchmark::State& state) {
         return;
     }
     const bool lowered = state.range(1) == 1;
+    // Given the screens already enlarged (1), the command reads what the index reads; the
+    // enlarging is not timed.
+    const bool enlarged = state.range(2) == 1;
     const QString program =
         lowered ? QStandardPaths::findExecutable(QStringLiteral("nice")) : tesseract;
     const QStringList prefix =
@@ -116,7 +127,8 @@ void BM_tesseractCommand(benchmark::State& state) {
             QProcess process;
             process.setProcessEnvironment(env);
             process.start(program,
-                          prefix + QStringList{screens.paths[i], QStringLiteral("stdout")});
+                          prefix + QStringList{enlarged ? screens.enlarged[i] : screens.paths[i],
+                                               QStringLiteral("stdout")});
             process.waitForFinished(300'000);
             state.PauseTiming();
             cer += qm::bench::characterErrorRate(QString::fromUtf8(process.readAllStandardOutput()),
@@ -130,9 +142,10 @@ void BM_tesseractCommand(benchmark::State& state) {
     state.counters["CER%"] = cer * 100;
 }
 BENCHMARK(BM_tesseractCommand)
-    ->Args({1, 1})
-    ->Args({1, 0})
-    ->Args({0, 0})
+    ->Args({1, 1, 1})
+    ->Args({1, 1, 0})
+    ->Args({1, 0, 0})
+    ->Args({0, 0, 0})
     ->Iterations(1)
     ->Unit(benchmark::kSecond)
     ->UseRealTime();

@@ -53,9 +53,17 @@ PixPtr toPix(const QImage& source) {
     return pix;
 }
 
+double scaledPixels(const QImage& image, const TextRecognizer::Tuning& tuning) {
+    return double(image.width()) * image.height() * tuning.scale * tuning.scale;
+}
+
 bool tooLargeToScale(const QImage& image, const TextRecognizer::Tuning& tuning) {
-    const double scale = tuning.scale;
-    return double(image.width()) * image.height() * scale * scale > double(tuning.maxScaledPixels);
+    return scaledPixels(image, tuning) > double(tuning.maxScaledPixels);
+}
+
+// A whole window or screen, whose columns the automatic layout keeps apart.
+bool wholeLayout(const QImage& image, const TextRecognizer::Tuning& tuning) {
+    return scaledPixels(image, tuning) > double(tuning.layoutPixels);
 }
 
 QImage prepared(const QImage& image, const TextRecognizer::Tuning& tuning) {
@@ -105,7 +113,7 @@ Result<QString> recognize(const QImage& image, const TextRecognizer::Tuning& tun
         return engine.error();
     tesseract::TessBaseAPI* api = *engine;
     api->SetPageSegMode(tesseract::PageSegMode(
-        tooLargeToScale(image, tuning) ? tuning.largePageSegmentation : tuning.pageSegmentation));
+        wholeLayout(image, tuning) ? tuning.largePageSegmentation : tuning.pageSegmentation));
     const PixPtr pix = toPix(prepared(image, tuning));
     if (!pix) {
         return failure(QStringLiteral("there is not enough memory"));
@@ -135,12 +143,13 @@ TextRecognizer::Tuning TextRecognizer::defaultTuning() {
     // theme in DejaVu and Nimbus faces at 12-16 px, and of xterm: a single uniform block
     // (PSM 6) read them best, 1.35 % of characters wrong at their own size and 0.41 % enlarged
     // twice (PSM 4: 1.48 / 0.52 %; PSM 11: 2.54 / 0.65 %; automatic layout, PSM 3: 10 %, as
-    // it splits tables and lines into columns). Three times did no better than twice. Twice
-    // costs about twice the time, so full screens, which are mostly read by the library's
-    // index, stay at their own size. There a single block runs lines of side-by-side columns
-    // together (half the characters out of order on a screen of prose beside code,
-    // bench/ocr/ThroughputBench), where the automatic layout keeps columns apart (2.2 %).
-    return Tuning{tesseract::PSM_SINGLE_BLOCK, 2, 2'400'000, tesseract::PSM_AUTO};
+    // it splits tables and lines into columns). Three times did no better than twice.
+    // Whole screens are different: a single block runs the lines of side-by-side columns
+    // together (half the characters out of order on a screen of prose beside code), where the
+    // automatic layout keeps the columns apart. On those 1920x1080 screens
+    // (bench/ocr/ThroughputBench) it read 2.2 % wrong at their own size, 1.5 % at 1.5x and
+    // 1.0 % at twice, for about 1.6 times the time of their own size.
+    return Tuning{tesseract::PSM_SINGLE_BLOCK, 2, 2'400'000, tesseract::PSM_AUTO, 9'000'000};
 }
 
 Status TextRecognizer::startEngine() {

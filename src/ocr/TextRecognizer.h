@@ -22,12 +22,13 @@ public:
     struct Tuning {
         int pageSegmentation = 0; // Tesseract's PSM number
         double scale = 1;
-        // Images that would grow beyond this many pixels are read at their own size: the
-        // time grows with the pixels and large screenshots already carry legible text.
-        qint64 maxScaledPixels = 2'400'000;
-        // Those larger images, whole windows and screens with sidebars and columns, are read
-        // with this mode instead.
+        // Images that hold more than this many pixels once enlarged, whole windows and screens
+        // with sidebars and columns, are read with the large mode instead.
+        qint64 layoutPixels = 2'400'000;
         int largePageSegmentation = 0;
+        // Nothing is enlarged beyond this many pixels: the time grows with them, and a 4K
+        // screenshot's text is large enough as it is.
+        qint64 maxScaledPixels = 9'000'000;
         bool operator==(const Tuning&) const = default;
     };
     static Tuning defaultTuning();
