@@ -5,9 +5,12 @@
 #include "ui/ClosingWindow.h"
 
 #include <QCloseEvent>
+#include <QGuiApplication>
 #include <QMetaObject>
+#include <QScreen>
 #include <QVBoxLayout>
 #include <QWidget>
+#include <algorithm>
 
 namespace qm::library {
 
@@ -63,7 +66,11 @@ void CaptureLibraryController::show() {
                 Qt::QueuedConnection);
         });
         d->window->setWindowTitle(tr("All Captures"));
-        d->window->resize(1160, 700);
+        // Wide enough for two columns of captures beside the editor's full toolbar, where
+        // the screen has room; never narrower than 1160.
+        const QScreen* screen = QGuiApplication::primaryScreen();
+        const int room = screen ? int(screen->availableGeometry().width() * 0.92) : 1160;
+        d->window->resize(std::max(1160, std::min(1340, room)), 700);
         d->window->setMinimumSize(760, 440);
         auto* layout = new QVBoxLayout(d->window.get());
         layout->setContentsMargins(0, 0, 0, 0);
