@@ -16,6 +16,7 @@
 #include <QClipboard>
 #include <QDesktopServices>
 #include <QFileInfo>
+#include <QFutureWatcher>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QImageReader>
@@ -23,12 +24,14 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QMimeData>
+#include <QPointer>
 #include <QSplitter>
 #include <QStackedWidget>
 #include <QToolButton>
 #include <QTreeWidget>
 #include <QUrl>
 #include <QVBoxLayout>
+#include <QtConcurrent/QtConcurrentRun>
 
 namespace qm::library {
 
@@ -318,10 +321,31 @@ void CaptureLibraryView::showDetail() {
         // The trimmed movie keeps its place by date; a GIF joins the images.
         pane->onSaved = [this] { m_services.model.reload(/*keepSelection=*/true); };
         m_pane = pane;
-    } else if (const QImage image = readImage(entry->path); image.isNull()) {
+    } else {
+        // A large screenshot takes a while to decode: it is read on a worker, so moving
+        // through the grid never waits for it, and the editor opens once it is there.
+        m_pane = new QWidget(m_detailHost);
+        const QPointer<QWidget> placeholder(m_pane);
+        auto* decoding = new QFutureWatcher<QImage>(this);
+        connect(decoding, &QFutureWatcherBase::finished, this,
+                [this, decoding, placeholder, path = entry->path] {
+                    decoding->deleteLater();
+                    if (!placeholder || m_pane != placeholder)
+                        return; // another capture was chosen meanwhile
+                    showImage(path, decoding->result());
+                });
+        decoding->setFuture(QtConcurrent::run([path = entry->path] { return readImage(path); }));
+    }
+    m_detailHost->layout()->addWidget(m_pane);
+    m_pane->show();
+}
+
+void CaptureLibraryView::showImage(const QString& path, const QImage& image) {
+    delete m_pane;
+    if (image.isNull()) {
         m_pane = makePaneMessage(tr("Could not load image"), m_detailHost);
     } else {
-        auto* pane = new LibraryEditorPane(entry->path, image, m_services.editorSettings,
+        auto* pane = new LibraryEditorPane(path, image, m_services.editorSettings,
                                            m_services.toasts, m_detailHost);
         pane->onSaved = [this](const QString& written) {
             if (onSaved)

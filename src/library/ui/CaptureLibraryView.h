@@ -77,6 +77,8 @@ private:
     void updateStatus();
     void syncGridSelection();
     void showDetail();
+    // The decoded image in the editor, or why it could not be read.
+    void showImage(const QString& path, const QImage& image);
     void askAI();
 
     Services m_services;
@@ -91,7 +93,7 @@ private:
     CaptureGrid* m_grid = nullptr;
     QLabel* m_empty = nullptr;
     QWidget* m_detailHost = nullptr;
-    QWidget* m_pane = nullptr;
+    QWidget* m_pane = nullptr; // the detail pane, or a blank one while its image decodes
     QString m_panePath;
     bool m_syncing = false;
 };

@@ -99,6 +99,12 @@ protected:
             names << QFileInfo(grid().entry(row)->path).fileName();
         return names;
     }
+    // The editor pane, once the selected image has been decoded.
+    LibraryEditorPane* editorPane() const {
+        LibraryEditorPane* pane = nullptr;
+        test::waitUntil([&] { return (pane = qobject_cast<LibraryEditorPane*>(view().detail())); });
+        return pane;
+    }
     QString paneMessage() const {
         auto* label = qobject_cast<QLabel*>(view().detail());
         return label ? label->text() : QString();
@@ -135,9 +141,9 @@ TEST_F(LibraryWindowTest, ListsCapturesNewestFirstAndShowsTheChosenOneInPlace) {
 
     // The newest is chosen and open in the editor; the cells on screen get their thumbnails.
     ASSERT_EQ(model().selection(), newest);
-    auto* editorPane = qobject_cast<LibraryEditorPane*>(view().detail());
-    ASSERT_NE(editorPane, nullptr);
-    EXPECT_EQ(editorPane->path(), newest);
+    auto* imagePane = editorPane();
+    ASSERT_NE(imagePane, nullptr);
+    EXPECT_EQ(imagePane->path(), newest);
     ThumbnailLoader& thumbnails = view().thumbnails();
     ASSERT_TRUE(test::waitUntil(
         [&] { return thumbnails.find(oldest, QFileInfo(oldest).lastModified()) != nullptr; }));
@@ -145,8 +151,8 @@ TEST_F(LibraryWindowTest, ListsCapturesNewestFirstAndShowsTheChosenOneInPlace) {
     // A click selects, both ways: the model follows the grid and the pane follows the model.
     clickCell(2);
     EXPECT_EQ(model().selection(), oldest);
-    ASSERT_NE(qobject_cast<LibraryEditorPane*>(view().detail()), nullptr);
-    EXPECT_EQ(qobject_cast<LibraryEditorPane*>(view().detail())->path(), oldest);
+    ASSERT_NE(editorPane(), nullptr);
+    EXPECT_EQ(editorPane()->path(), oldest);
     model().setSelection(middle);
     EXPECT_EQ(view().grid()->currentIndex().row(), 1);
 
@@ -335,7 +341,7 @@ TEST_F(LibraryWindowTest, AnUnreadableImageKeepsItsPlaceholderAndSaysSo) {
     ASSERT_TRUE(test::writeBytes(broken, "not a picture"));
     open();
     ASSERT_EQ(model().selection(), broken);
-    EXPECT_EQ(paneMessage(), u"Could not load image"_s);
+    EXPECT_TRUE(test::waitUntil([&] { return paneMessage() == u"Could not load image"_s; }));
     const QDateTime date = QFileInfo(broken).lastModified();
     ASSERT_TRUE(test::waitUntil([&] { return view().thumbnails().hasFailed(broken, date); }));
     EXPECT_EQ(view().thumbnails().find(broken, date), nullptr);
@@ -351,7 +357,7 @@ TEST_F(LibraryWindowTest, SavingInTheEmbeddedEditorWritesANewFileBesideTheOrigin
     open();
     QString saved;
     controller->onSaved = [&](const QString& path) { saved = path; };
-    auto* pane = qobject_cast<LibraryEditorPane*>(view().detail());
+    auto* pane = editorPane();
     ASSERT_NE(pane, nullptr);
     QWidget* canvas = pane->editor().view()->canvas();
     canvas->setFocus();
@@ -372,7 +378,7 @@ TEST_F(LibraryWindowTest, MarksNotYetSavedAreWrittenBesideTheOriginalWhenAnother
     writeImage(u"Quillmark other.png"_s, Qt::blue, 200);
     open();
     model().setSelection(marked);
-    auto* pane = qobject_cast<LibraryEditorPane*>(view().detail());
+    auto* pane = editorPane();
     ASSERT_NE(pane, nullptr);
     EditorModel& editor = pane->editor().model();
     editor.document().beginChange();
@@ -394,7 +400,7 @@ TEST_F(LibraryWindowTest, MarksNotYetSavedAreWrittenBesideTheOriginalWhenAnother
 TEST_F(LibraryWindowTest, KeysTypedInTheGridLeaveTheEmbeddedEditorAlone) {
     writeImage(u"Quillmark shot.png"_s, Qt::red, 100);
     open();
-    auto* pane = qobject_cast<LibraryEditorPane*>(view().detail());
+    auto* pane = editorPane();
     ASSERT_NE(pane, nullptr);
     EditorModel& editor = pane->editor().model();
     const AnnotationTool before = editor.tool();
