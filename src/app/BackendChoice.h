@@ -16,6 +16,7 @@
 #include <memory>
 
 namespace qm::platform {
+class SecretStore;
 
 // What the session offers, read from its environment.
 struct CaptureSession {
@@ -50,6 +51,10 @@ std::unique_ptr<ClickSourceBackend>
 createClickSourceBackend(const CaptureSession& session = CaptureSession::fromEnvironment());
 std::unique_ptr<AudioCaptureBackend> createAudioCaptureBackend();
 std::unique_ptr<CameraBackend> createCameraBackend();
+
+// The desktop keyring (Secret Service through libsecret), or the Null store with the reason
+// when none answers on the session bus.
+std::unique_ptr<SecretStore> createSecretStore();
 
 // What floating windows may ask the display server: the X11 one when the application runs on
 // X11, else one that asks nothing. Needs the QGuiApplication.
