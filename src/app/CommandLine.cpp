@@ -63,6 +63,9 @@ QString commandLineUsage() {
         "  library              show all captures\n"
         "  search TEXT          print the captures whose name or text contains TEXT,\n"
         "                       newest first (exit status 1 when none does)\n"
+        "  ask IMAGE [--action describe|explain-error|extract|bug-report] [QUESTION]\n"
+        "                       ask Claude about an image with an action or a question,\n"
+        "                       printing the reply as it arrives\n"
         "  --help               show this text\n"
         "  --version            show the version\n"
         "\n"
@@ -117,7 +120,8 @@ void printLine(std::FILE* stream, const QString& text) {
 bool worksOnFilesAlone(const Command& command) {
     return std::holds_alternative<command::Trim>(command) ||
            std::holds_alternative<command::Gif>(command) ||
-           std::holds_alternative<command::Search>(command);
+           std::holds_alternative<command::Search>(command) ||
+           std::holds_alternative<command::Ask>(command);
 }
 
 namespace {
@@ -219,6 +223,40 @@ Result<Command> parseMovieCommand(const QStringList& arguments) {
     return Command{gif};
 }
 
+Result<Command> parseAsk(const QStringList& arguments) {
+    static const QStringList actions = {QStringLiteral("describe"), QStringLiteral("explain-error"),
+                                        QStringLiteral("extract"), QStringLiteral("bug-report")};
+    if (arguments.size() < 2 || arguments.at(1).startsWith(QLatin1Char('-')))
+        return error(QStringLiteral("Say which image: \"quillmark ask IMAGE …\"."));
+    command::Ask ask{arguments.at(1), {}, {}};
+    QStringList words;
+    for (qsizetype i = 2; i < arguments.size(); ++i) {
+        const QString arg = arguments.at(i);
+        const QString name = arg.section(QLatin1Char('='), 0, 0);
+        if (name == QLatin1String("--action")) {
+            const QString value = *optionValue(arguments, i, name);
+            if (!actions.contains(value))
+                return error(QStringLiteral("--action takes one of %1, not \"%2\".")
+                                 .arg(actions.join(QStringLiteral(", ")), value));
+            ask.action = value;
+        } else if (arg == QLatin1String("--")) {
+            words += arguments.mid(i + 1);
+            break;
+        } else if (arg.startsWith(QLatin1String("--"))) {
+            return error(QStringLiteral("Unknown option \"%1\" for ask.").arg(arg));
+        } else {
+            words << arg;
+        }
+    }
+    // The words of the question are one question, as typed in the panel's field.
+    ask.question = words.join(QLatin1Char(' ')).trimmed();
+    if (ask.action.isEmpty() == ask.question.isEmpty())
+        return error(QStringLiteral("Ask either with --action or with a question: \"quillmark "
+                                    "ask IMAGE --action describe\" or \"quillmark ask IMAGE "
+                                    "'What is this?'\"."));
+    return Command{ask};
+}
+
 } // namespace
 
 Result<Command> parseCommandLine(const QStringList& arguments) {
@@ -243,6 +281,8 @@ Result<Command> parseCommandLine(const QStringList& arguments) {
             return error(QStringLiteral("Say what to look for: \"quillmark search TEXT\"."));
         return Command{command::Search{text}};
     }
+    if (verb == QLatin1String("ask"))
+        return parseAsk(arguments);
     if (verb == QLatin1String("record")) {
         if (arguments.size() < 2)
             return error(QStringLiteral("Say what to do: \"quillmark record area\", \"screen\" or "

@@ -53,12 +53,20 @@ struct Library {};
 struct Search {
     QString text;
 };
+// Ask Claude about an image, printing the reply as it arrives, without a running instance:
+// one of the ready-made actions ("describe", "explain-error", "extract", "bug-report") or a
+// question of one's own.
+struct Ask {
+    QString image;
+    QString action;   // empty when a question is asked
+    QString question; // empty when an action is run
+};
 struct Help {};
 struct Version {};
 } // namespace command
 using Command =
     std::variant<command::Start, command::Capture, command::Record, command::Trim, command::Gif,
-                 command::Library, command::Search, command::Help, command::Version>;
+                 command::Library, command::Search, command::Ask, command::Help, command::Version>;
 
 // Whether the command works on files alone: no display and no running instance needed.
 bool worksOnFilesAlone(const Command& command);

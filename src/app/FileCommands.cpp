@@ -1,5 +1,7 @@
 #include "app/FileCommands.h"
 
+#include "ai/core/ClaudeClient.h"
+#include "app/BackendChoice.h"
 #include "base/Preferences.h"
 #include "base/SettingsStore.h"
 #include "library/catalog/CaptureEntry.h"
@@ -7,9 +9,12 @@
 #include "library/index/OcrTextIndex.h"
 #include "media/gif/GIFExporter.h"
 #include "media/trim/TrimInPlace.h"
+#include "platform/secrets/api/SecretStore.h"
 
 #include <QEventLoop>
 #include <QFileInfo>
+#include <QImageReader>
+#include <QNetworkAccessManager>
 #include <cstdio>
 #include <unistd.h>
 
@@ -155,6 +160,60 @@ int search(const command::Search& request) {
     return found ? 0 : 1;
 }
 
+int ask(const command::Ask& request) {
+    const auto fail = [](const QString& reason) {
+        printLine(stderr, reason);
+        return 1;
+    };
+    if (!QFileInfo(request.image).isFile())
+        return fail(QStringLiteral("Could not ask: %1 does not exist.").arg(request.image));
+    QImageReader reader(request.image);
+    reader.setAutoTransform(true);
+    const QImage image = reader.read();
+    if (image.isNull())
+        return fail(QStringLiteral("Could not ask: %1 could not be read as an image (%2).")
+                        .arg(request.image, reader.errorString()));
+
+    IniSettingsStore store;
+    Preferences preferences(store);
+    const std::unique_ptr<platform::SecretStore> keys = platform::createSecretStore();
+    QNetworkAccessManager network;
+    ai::ClaudeClient client(*keys, network);
+    ai::AskRequest question;
+    question.prompt =
+        request.action.isEmpty() ? request.question : ai::aiAction(request.action).value().prompt;
+    question.images = {image};
+    question.model = preferences.aiModel();
+
+    QEventLoop loop;
+    ai::AskReply* reply = client.ask(question, &loop);
+    // The reply grows at its end; print only what is new.
+    qsizetype printed = 0;
+    QString text;
+    QObject::connect(reply, &ai::AskReply::textChanged, &loop, [&](const QString& soFar) {
+        text = soFar;
+        if (soFar.size() <= printed)
+            return;
+        std::fputs(soFar.mid(printed).toLocal8Bit().constData(), stdout);
+        std::fflush(stdout);
+        printed = soFar.size();
+    });
+    std::optional<Result<QString>> outcome;
+    QObject::connect(reply, &ai::AskReply::finished, &loop, [&](const Result<QString>& result) {
+        outcome = result;
+        loop.quit();
+    });
+    loop.exec();
+    if (printed > 0 && !text.endsWith(QLatin1Char('\n')))
+        std::fputc('\n', stdout);
+    std::fflush(stdout);
+    if (!*outcome)
+        return fail(outcome->error().reason);
+    if (printed == 0) // a whole reply rather than a stream
+        printLine(stdout, **outcome);
+    return 0;
+}
+
 } // namespace
 
 int runFileCommand(const Command& command) {
@@ -164,6 +223,8 @@ int runFileCommand(const Command& command) {
         return gif(*g);
     if (const auto* s = std::get_if<command::Search>(&command))
         return search(*s);
+    if (const auto* a = std::get_if<command::Ask>(&command))
+        return ask(*a);
     return 2;
 }
 

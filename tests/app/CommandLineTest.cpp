@@ -48,6 +48,21 @@ TEST(CommandLine, AcceptsTheCaptureVerbs) {
     EXPECT_FALSE(worksOnFilesAlone(parse({"capture", "region"})));
 }
 
+TEST(CommandLine, AskTakesAnImageAndAnActionOrAQuestion) {
+    const auto action = std::get<command::Ask>(parse({"ask", "a b.png", "--action=extract"}));
+    EXPECT_EQ(action.image, QStringLiteral("a b.png"));
+    EXPECT_EQ(action.action, QStringLiteral("extract"));
+    EXPECT_TRUE(action.question.isEmpty());
+    // The words after the image are one question, as typed; "--" lets it start with a dash.
+    const auto question = std::get<command::Ask>(parse({"ask", "s.png", "Why", " is this red? "}));
+    EXPECT_EQ(question.question, QStringLiteral("Why  is this red?"));
+    EXPECT_TRUE(question.action.isEmpty());
+    EXPECT_EQ(std::get<command::Ask>(parse({"ask", "s.png", "--", "--verbose?"})).question,
+              QStringLiteral("--verbose?"));
+    // Needs no display and no running instance.
+    EXPECT_TRUE(worksOnFilesAlone(Command{action}));
+}
+
 TEST(CommandLine, BadInputIsOneSentence) {
     for (const auto& args : {std::vector<const char*>{"snap"},
                              {"capture"},
@@ -67,7 +82,15 @@ TEST(CommandLine, BadInputIsOneSentence) {
                              {"trim", "m.mov", "--from", "1", "--to", "2", "--fps", "12"},
                              {"gif", "m.mov", "--fps", "0"},
                              {"gif", "m.mov", "--max-size", "99999"},
-                             {"gif", "m.mov", "-o"}}) {
+                             {"gif", "m.mov", "-o"},
+                             {"ask"},
+                             {"ask", "--action", "describe"},
+                             {"ask", "shot.png"},
+                             {"ask", "shot.png", "   "},
+                             {"ask", "shot.png", "--action", "summarise"},
+                             {"ask", "shot.png", "--action"},
+                             {"ask", "shot.png", "--action", "describe", "Why?"},
+                             {"ask", "shot.png", "--model", "x"}}) {
         QStringList list;
         for (const char* a : args)
             list << QString::fromLatin1(a);
