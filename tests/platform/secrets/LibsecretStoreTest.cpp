@@ -68,3 +68,29 @@ TEST_F(LibsecretStoreTest, AKeyStoredByAnotherProgramIsFoundAndReplaced) {
 }
 
 } // namespace
+
+// Its own keyring, started after the one above has gone, so locking it disturbs no other test.
+TEST(LibsecretLockedKeyring, ALockedKeyringIsNotMistakenForAMissingKey) {
+    TestKeyring keyring;
+    ASSERT_TRUE(keyring.ready());
+    auto store = LibsecretStore::open();
+    ASSERT_TRUE(store.ok());
+    ASSERT_TRUE((*store)->save(kAnthropicKeyAccount, QStringLiteral("sk-ant-locked")).ok());
+    const ProcessResult locked =
+        run(QStringLiteral("gdbus"),
+            {QStringLiteral("call"), QStringLiteral("--session"), QStringLiteral("--dest"),
+             QStringLiteral("org.freedesktop.secrets"), QStringLiteral("--object-path"),
+             QStringLiteral("/org/freedesktop/secrets"), QStringLiteral("--method"),
+             QStringLiteral("org.freedesktop.Secret.Service.Lock"),
+             QStringLiteral("[objectpath '/org/freedesktop/secrets/aliases/default']")});
+    ASSERT_EQ(locked.exitCode, 0) << locked.err.toStdString();
+    // Nobody can answer the unlock prompt here, as if the user declined it.
+    const auto loaded = (*store)->load(kAnthropicKeyAccount);
+    ASSERT_FALSE(loaded.ok());
+    EXPECT_EQ(loaded.error().reason,
+              QStringLiteral("The keyring stayed locked, so the API key could not be read."));
+    const Status saved = (*store)->save(kAnthropicKeyAccount, QStringLiteral("sk-ant-new"));
+    ASSERT_FALSE(saved.ok());
+    EXPECT_EQ(saved.error().reason,
+              QStringLiteral("The keyring stayed locked, so the API key could not be saved."));
+}

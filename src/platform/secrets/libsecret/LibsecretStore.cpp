@@ -64,9 +64,20 @@ AttributesPtr attributes(const QString& account) {
     return table;
 }
 
+// A declined unlock prompt, or a collection that stayed locked without one.
+bool isLocked(const GError* error) {
+    if (!error)
+        return false;
+    if (g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED) ||
+        g_error_matches(error, SECRET_ERROR, SECRET_ERROR_IS_LOCKED))
+        return true;
+    std::unique_ptr<gchar, decltype(&g_free)> remote(g_dbus_error_get_remote_error(error), &g_free);
+    return remote && g_str_equal(remote.get(), "org.freedesktop.Secret.Error.IsLocked");
+}
+
 // One sentence for the user; the keyring's own words only where they add something.
-QString reasonFor(const GError* error, const char* doing) {
-    if (error && g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED))
+QString reasonFor(const GError* error, const char* doing, bool locked = false) {
+    if (locked || isLocked(error))
         return QStringLiteral("The keyring stayed locked, so the API key could not be %1.")
             .arg(QLatin1String(doing));
     return QStringLiteral("The keyring could not be reached, so the API key could not be %1 (%2).")
@@ -103,6 +114,23 @@ bool secretServiceOnBus(GDBusConnection* bus) {
         found = g_strcmp0(name, kSecretServiceName) == 0;
     g_variant_iter_free(names);
     return found;
+}
+
+struct ItemListFree {
+    void operator()(GList* items) const { g_list_free_full(items, g_object_unref); }
+};
+
+// Whether an item is kept under the attributes but stays locked: a lookup that found nothing
+// may only mean the user declined to unlock the keyring.
+bool keptLocked(GHashTable* attrs) {
+    GError* raw = nullptr;
+    std::unique_ptr<GList, ItemListFree> items(
+        secret_service_search_sync(nullptr, schema(), attrs, SECRET_SEARCH_ALL, nullptr, &raw));
+    ErrorPtr error(raw);
+    for (GList* item = items.get(); item; item = item->next)
+        if (secret_item_get_locked(SECRET_ITEM(item->data)))
+            return true;
+    return false;
 }
 
 } // namespace
@@ -147,6 +175,8 @@ Result<std::optional<QString>> LibsecretStore::load(const QString& account) {
     ErrorPtr error(raw);
     if (error)
         return failure(reasonFor(error.get(), "read"));
+    if (!password && keptLocked(attrs.get()))
+        return failure(reasonFor(nullptr, "read", true));
     if (!password)
         return std::optional<QString>();
     return std::optional<QString>(QString::fromUtf8(password.get()));
