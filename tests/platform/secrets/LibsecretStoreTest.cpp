@@ -4,6 +4,8 @@
 
 #include "TestKeyring.h"
 
+#include <QDBusInterface>
+#include <QDBusObjectPath>
 #include <gtest/gtest.h>
 
 using namespace qm;
@@ -76,14 +78,13 @@ TEST(LibsecretLockedKeyring, ALockedKeyringIsNotMistakenForAMissingKey) {
     auto store = LibsecretStore::open();
     ASSERT_TRUE(store.ok());
     ASSERT_TRUE((*store)->save(kAnthropicKeyAccount, QStringLiteral("sk-ant-locked")).ok());
-    const ProcessResult locked =
-        run(QStringLiteral("gdbus"),
-            {QStringLiteral("call"), QStringLiteral("--session"), QStringLiteral("--dest"),
-             QStringLiteral("org.freedesktop.secrets"), QStringLiteral("--object-path"),
-             QStringLiteral("/org/freedesktop/secrets"), QStringLiteral("--method"),
-             QStringLiteral("org.freedesktop.Secret.Service.Lock"),
-             QStringLiteral("[objectpath '/org/freedesktop/secrets/aliases/default']")});
-    ASSERT_EQ(locked.exitCode, 0) << locked.err.toStdString();
+    QDBusInterface service(QStringLiteral("org.freedesktop.secrets"),
+                           QStringLiteral("/org/freedesktop/secrets"),
+                           QStringLiteral("org.freedesktop.Secret.Service"));
+    const QDBusMessage locked = service.call(
+        QStringLiteral("Lock"), QVariant::fromValue(QList<QDBusObjectPath>{QDBusObjectPath(
+                                    QStringLiteral("/org/freedesktop/secrets/aliases/default"))}));
+    ASSERT_NE(locked.type(), QDBusMessage::ErrorMessage) << locked.errorMessage().toStdString();
     // Nobody can answer the unlock prompt here, as if the user declined it.
     const auto loaded = (*store)->load(kAnthropicKeyAccount);
     ASSERT_FALSE(loaded.ok());
