@@ -6,6 +6,8 @@
 #include "platform/capture/x11/X11CaptureBackend.h"
 #include "platform/input/null/NullClickSource.h"
 #include "platform/input/x11/X11ClickSource.h"
+#include "platform/secrets/libsecret/LibsecretStore.h"
+#include "platform/secrets/null/NullSecretStore.h"
 #include "platform/shortcuts/x11/X11GlobalShortcuts.h"
 #include "platform/sound/canberra/CanberraSoundPlayer.h"
 #include "platform/surface/null/NullSurfaceBackend.h"
@@ -76,6 +78,13 @@ std::unique_ptr<ClickSourceBackend> createClickSourceBackend(const CaptureSessio
 
 std::unique_ptr<AudioCaptureBackend> createAudioCaptureBackend() {
     return std::make_unique<PulseAudioCaptureBackend>();
+}
+
+std::unique_ptr<SecretStore> createSecretStore() {
+    auto keyring = LibsecretStore::open();
+    if (!keyring)
+        return std::make_unique<NullSecretStore>(keyring.error().reason);
+    return std::move(*keyring);
 }
 
 std::unique_ptr<CameraBackend> createCameraBackend() {

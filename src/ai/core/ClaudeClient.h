@@ -7,6 +7,7 @@
 #include <QObject>
 #include <QString>
 #include <QUrl>
+#include <chrono>
 #include <optional>
 
 class QNetworkAccessManager;
@@ -79,9 +80,16 @@ public:
     // The Messages endpoint (…/v1/messages).
     static QUrl endpoint();
 
+    // How long a request may go without any data moving before it fails (120 s; shorter in
+    // tests).
+    void setTransferTimeout(std::chrono::milliseconds timeout) { m_timeout = timeout; }
+    // A reply larger than this is stopped rather than held in memory.
+    static constexpr qint64 kMaxReplyBytes = 20LL * 1024 * 1024;
+
 private:
     platform::SecretStore& m_keys;
     QNetworkAccessManager& m_network;
+    std::chrono::milliseconds m_timeout = std::chrono::seconds(120);
 };
 
 } // namespace qm::ai
