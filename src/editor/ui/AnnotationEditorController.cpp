@@ -134,8 +134,8 @@ void AnnotationEditorController::show() {
         m_view = new AnnotationEditorView(*m_model, m_window);
         m_view->onCopy = [this] { copy(); };
         m_view->onDone = [this] { saveAndFinish(); };
-    m_view->toolbar()->setAskAI(onAskAI ? std::function<void()>([this] { askAI(); })
-                                        : std::function<void()>());
+        m_view->toolbar()->setAskAI(onAskAI ? std::function<void()>([this] { askAI(); })
+                                            : std::function<void()>());
         layout->addWidget(m_view);
         m_view->attachKeyHandler(*m_window);
         auto* saveKey = new QShortcut(QKeySequence::Save, m_window);

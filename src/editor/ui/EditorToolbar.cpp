@@ -17,9 +17,9 @@
 #include <QLabel>
 #include <QLinearGradient>
 #include <QMenu>
-#include <QResizeEvent>
 #include <QPainter>
 #include <QPainterPath>
+#include <QResizeEvent>
 #include <QScreen>
 #include <QShortcut>
 #include <QSlider>
@@ -367,8 +367,8 @@ void EditorToolbar::fillMoreMenu() {
                     if (m_onAskAI)
                         m_onAskAI();
                 });
-    QAction* all = m_moreMenu->addAction(themedIcon(QStringLiteral("edit-find")),
-                                         tr("Copy All Text"));
+    QAction* all =
+        m_moreMenu->addAction(themedIcon(QStringLiteral("edit-find")), tr("Copy All Text"));
     all->setEnabled(!m_ocrRunning);
     connect(all, &QAction::triggered, this, &EditorToolbar::copyAllText);
     connect(m_moreMenu->addAction(tr("Copy Text from Selection")), &QAction::triggered, this,
