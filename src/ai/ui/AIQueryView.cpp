@@ -243,8 +243,8 @@ void AIQueryView::refresh() {
 
     // The reply shows as it streams; the document is rebuilt only when the text changed.
     const bool showReply = !failed && !m_result.isEmpty();
-    if (m_reply->property("markdown").toString() != m_result || m_result.isEmpty()) {
-        m_reply->setProperty("markdown", m_result);
+    if (m_shownMarkdown != m_result || m_result.isEmpty()) {
+        m_shownMarkdown = m_result;
         m_reply->setMarkdown(m_result);
     }
     m_reply->setVisible(showReply);

@@ -94,6 +94,7 @@ private:
     QString m_result;
     std::optional<QString> m_errorText;
     bool m_copied = false;
+    QString m_shownMarkdown; // what the reply view holds
 
     QWidget* m_notice = nullptr;
     QLabel* m_noticeIcon = nullptr;

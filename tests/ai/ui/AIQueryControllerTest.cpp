@@ -95,30 +95,6 @@ TEST_F(AIQueryControllerTest, TheWindowFitsTheCaptureAndTheReplyStreamsFromTheSe
     EXPECT_TRUE(view->copyButton()->isVisible());
 }
 
-TEST_F(AIQueryControllerTest, AFailedRequestThenASuccessfulOneShowsOnlyTheReply) {
-    auto controller = open(test::makeScreenshotLikeImage(400, 300));
-    AIQueryView* view = controller->view();
-    ASSERT_TRUE(test::waitUntil([&] { return view->queryArea()->isVisible(); }));
-    api.respond = [](QTcpSocket* socket) {
-        test::FakeMessagesApi::reply(socket, 500, "text/html", "<html>down</html>");
-    };
-    view->run(QStringLiteral("Describe it."), QStringLiteral("describe"));
-    ASSERT_TRUE(test::waitUntil([&] { return view->errorText().has_value(); }));
-    EXPECT_EQ(view->statusLabel()->text(), QStringLiteral("HTTP 500"));
-
-    api.respond = [](QTcpSocket* socket) {
-        socket->write(test::FakeMessagesApi::twoTextBlocks(QStringLiteral("First"),
-                                                           QStringLiteral("Second")));
-        socket->disconnectFromHost();
-    };
-    view->run(QStringLiteral("Describe it."), QStringLiteral("describe"));
-    ASSERT_TRUE(test::waitUntil([&] { return !view->isLoading(); }));
-    EXPECT_FALSE(view->errorText().has_value());
-    EXPECT_FALSE(view->statusLabel()->isVisible());
-    EXPECT_TRUE(view->replyView()->isVisible());
-    EXPECT_TRUE(view->replyView()->toPlainText().contains(QStringLiteral("Second")));
-}
-
 TEST_F(AIQueryControllerTest, ClosingMidRequestCancelsItAndTellsTheOwner) {
     auto controller = open(test::makeScreenshotLikeImage(400, 300));
     AIQueryView* view = controller->view();
