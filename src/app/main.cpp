@@ -1,4 +1,5 @@
 // The tray program: the one instance of the session, started by the quillmark command.
+#include "ai/core/ClaudeClient.h"
 #include "app/BackendChoice.h"
 #include "app/BusClient.h"
 #include "app/CommandLine.h"
@@ -14,6 +15,7 @@
 #include "cards/FloatingShotManager.h"
 #include "library/index/OcrTextIndex.h"
 #include "platform/desktop/Notifications.h"
+#include "platform/secrets/api/SecretStore.h"
 #include "platform/shortcuts/api/GlobalShortcutBackend.h"
 #include "platform/sound/api/SoundPlayer.h"
 #include "shortcuts/HotkeyManager.h"
@@ -22,6 +24,7 @@
 #include "ui/ToastCenter.h"
 
 #include <QApplication>
+#include <QNetworkAccessManager>
 #include <QTimer>
 #include <cstdio>
 
@@ -109,9 +112,15 @@ int main(int argc, char** argv) {
 
     // Reads the text of image captures for the library's search; written back as it changes.
     qm::library::OcrTextIndex ocrIndex;
+    // The API key stays in the desktop keyring; one network manager serves every request.
+    auto keys = qm::platform::createSecretStore();
+    if (const QString reason = keys->unavailableReason(); !reason.isEmpty())
+        qCWarning(lcAi).noquote() << QStringLiteral("Quillmark AI: ") + reason;
+    QNetworkAccessManager network;
+    qm::ai::ClaudeClient claude(*keys, network);
     qm::AppModel model({preferences, captureManager, contentCache, *surfaces, hotkeys, *sounds,
                         toasts, cards, *videoBackend, *audioBackend, *cameraBackend, *clickBackend,
-                        ocrIndex});
+                        ocrIndex, claude, *keys});
     qm::TrayController tray(model, preferences,
                             [&model](const QString& path) { model.openEditor(path); });
 

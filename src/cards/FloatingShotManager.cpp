@@ -125,6 +125,8 @@ FloatingShotView* FloatingShotManager::makeView(const Item& item, bool animateIn
     actions.onTogglePin = bind(&FloatingShotManager::togglePin);
     actions.onClose = bind(&FloatingShotManager::dismiss);
     actions.onDelete = bind(&FloatingShotManager::deleteItem);
+    if (onAIQuery)
+        actions.onAskAI = bind(&FloatingShotManager::askAI);
     actions.onHoverChanged = [this, weak](bool hovering) {
         const Item alive = weak.lock();
         if (!alive || !contains(alive))

@@ -4,7 +4,10 @@
 #include "cards/HoverIconButton.h"
 #include "ui/Brand.h"
 #include "ui/FloatingWindow.h"
+#include "ui/Icons.h"
 
+#include <QContextMenuEvent>
+#include <QMenu>
 #include <QPainter>
 #include <QPainterPath>
 #include <QPropertyAnimation>
@@ -94,6 +97,34 @@ FloatingShotView::FloatingShotView(const QImage& image, bool animateIn, Actions 
     // another scale needs it made again, or most of the card would be cut away.
     winId();
     connect(windowHandle(), &QWindow::screenChanged, this, [this] { applyShape(); });
+}
+
+QMenu* FloatingShotView::makeMenu(QWidget* parent) {
+    auto* menu = new QMenu(parent);
+    const auto add = [menu](const QString& iconName, const QString& text,
+                            const std::function<void()>& action) {
+        if (!action)
+            return;
+        QAction* item = menu->addAction(themedIcon(iconName), text);
+        QObject::connect(item, &QAction::triggered, menu, [action] { action(); });
+    };
+    add(QStringLiteral("edit-copy"), tr("Copy"), m_actions.onCopy);
+    add(QStringLiteral("edit-find"), tr("Copy Text"), m_actions.onCopyText);
+    add(QStringLiteral("folder"), tr("Show in Folder"), m_actions.onReveal);
+    add(QStringLiteral("document-edit"), tr("Annotate"), m_actions.onAnnotate);
+    add(QStringLiteral("tools-wizard"), tr("Ask Claude…"), m_actions.onAskAI);
+    menu->addSeparator();
+    add(QStringLiteral("view-pin"), m_pinned ? tr("Unpin") : tr("Pin to this screen"),
+        m_actions.onTogglePin);
+    add(QStringLiteral("user-trash"), tr("Delete"), m_actions.onDelete);
+    add(QStringLiteral("window-close"), tr("Close"), m_actions.onClose);
+    return menu;
+}
+
+void FloatingShotView::contextMenuEvent(QContextMenuEvent* event) {
+    QMenu* menu = makeMenu(this);
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    menu->popup(event->globalPos());
 }
 
 HoverIconButton* FloatingShotView::addButton(const QString& name, const QString& iconName,

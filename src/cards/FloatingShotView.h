@@ -9,6 +9,8 @@
 #include <functional>
 #include <optional>
 
+class QMenu;
+
 namespace qm {
 
 class DragSourceView;
@@ -35,6 +37,7 @@ public:
         std::function<void()> onTogglePin;
         std::function<void()> onClose;
         std::function<void()> onDelete;
+        std::function<void()> onAskAI; // none: not offered
         std::function<void(bool)> onHoverChanged;
         DragOutGesture::FileProvider fileURL;
         DragOutGesture::ImageProvider fullImage;
@@ -57,10 +60,15 @@ public:
 
     DragSourceView* thumbnail() const { return m_thumbnail; }
 
+    // The card's right-click menu: every button's command, and "Ask Claude…" when offered.
+    // The caller owns it.
+    QMenu* makeMenu(QWidget* parent);
+
     // Fades the card out, then closes (and deletes) it.
     void fadeOut();
 
 protected:
+    void contextMenuEvent(QContextMenuEvent* event) override;
     void enterEvent(QEnterEvent* event) override;
     void leaveEvent(QEvent* event) override;
     void paintEvent(QPaintEvent* event) override;

@@ -25,6 +25,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMap>
+#include <QMenu>
 #include <QMimeData>
 #include <QProcess>
 #include <QScreen>
@@ -537,6 +538,33 @@ TEST_F(FloatingShotManagerTest, ButtonsCopyTheImageAndItsTextWithoutTakingFocus)
     EXPECT_TRUE(editor->hasFocus());
     EXPECT_EQ(QGuiApplication::focusWindow(), below.windowHandle());
     EXPECT_FALSE(card->panel->isActiveWindow());
+}
+
+TEST_F(FloatingShotManagerTest, TheCardMenuOffersAskClaudeOnlyWhenItIsWired) {
+    const QImage image = makeScreenshotLikeImage(900, 500);
+    const auto plain = manager.present(image);
+    const auto texts = [](QMenu* menu) {
+        QStringList out;
+        for (QAction* action : menu->actions())
+            out << action->text();
+        return out;
+    };
+    std::unique_ptr<QMenu> menu(plain->panel->makeMenu(nullptr));
+    EXPECT_TRUE(texts(menu.get()).contains(QStringLiteral("Annotate")));
+    EXPECT_FALSE(texts(menu.get()).contains(QStringLiteral("Ask Claude…")));
+
+    QImage asked;
+    manager.onAIQuery = [&](const QImage& full) { asked = full; };
+    const auto card = manager.present(image);
+    menu.reset(card->panel->makeMenu(nullptr));
+    const QList<QAction*> actions = menu->actions();
+    const auto ask = std::find_if(actions.cbegin(), actions.cend(), [](QAction* a) {
+        return a->text() == QStringLiteral("Ask Claude…");
+    });
+    ASSERT_NE(ask, actions.cend());
+    (*ask)->trigger();
+    // The capture itself goes, not the card's small picture.
+    EXPECT_EQ(asked.convertToFormat(image.format()), image);
 }
 
 TEST_F(FloatingShotManagerTest, DraggingTheThumbnailDropsTheSavedFile) {

@@ -18,6 +18,7 @@ class SecretStore;
 namespace qm::ai {
 
 class ClaudeClient;
+class AIQueryView;
 
 // The "Ask Claude" window for one capture: the four actions, a question field, and the reply
 // as it streams, rendered as Markdown with "Copy Reply". Closing it cancels its request.
@@ -37,6 +38,8 @@ public:
     void show();
     void close();
     QWidget* window() const;
+    // The window's content while it exists (for tests).
+    AIQueryView* view() const;
 
     // After the window closed; may delete the controller.
     std::function<void()> onClosed;
@@ -44,6 +47,9 @@ public:
     std::function<void()> onOpenSettings;
 
 private:
+    // Looks for the key off the GUI thread and tells the view.
+    void checkKey();
+
     struct Private;
     std::unique_ptr<Private> d;
 };

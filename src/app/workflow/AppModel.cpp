@@ -1,5 +1,6 @@
 #include "app/workflow/AppModel.h"
 
+#include "ai/ui/AIQueryController.h"
 #include "app/workflow/CaptureFlows.h"
 #include "app/workflow/CaptureRouter.h"
 #include "app/workflow/EditorWindows.h"
@@ -8,6 +9,7 @@
 #include "app/workflow/TrimWindows.h"
 #include "base/Preferences.h"
 #include "capture/core/ShareableContentCache.h"
+#include "cards/FloatingShotManager.h"
 #include "editor/ui/AnnotationEditorController.h"
 #include "library/catalog/CaptureEntry.h"
 #include "library/index/OcrTextIndex.h"
@@ -52,7 +54,9 @@ AppModel::AppModel(Services services, QObject* parent)
           RecordingFlows::Report{[this](const QString& status) { setStatus(status); },
                                  [this](const QString& path) { addToLibrary(path); },
                                  [this](const QString& path) { openTrimWindow(path); }}))
-    , m_retention(std::make_unique<library::RetentionScheduler>(services.preferences)) {}
+    , m_retention(std::make_unique<library::RetentionScheduler>(services.preferences)) {
+    m_editors->onAskAI = [this](const QImage& image) { openAIQuery(image); };
+}
 
 AppModel::~AppModel() = default;
 
@@ -89,6 +93,7 @@ void AppModel::configure() {
     // at once: the first selection then opens without waiting for it.
     m_services.contentCache.prewarm();
     m_router->connectCards();
+    m_services.cards.onAIQuery = [this](const QImage& image) { openAIQuery(image); };
     connect(&m_services.preferences, &Preferences::quillmarkHotkeysChanged, this,
             &AppModel::registerHotkeys);
     overlay().setAdjustBeforeCapturing(m_services.preferences.adjustAreaBeforeCapturing());
@@ -206,12 +211,30 @@ void AppModel::showLibrary() {
         };
         m_library->onExportGif = [this](media::player::TrimSession& session, double start,
                                         double end) { m_trimJobs->exportGif(session, start, end); };
+        m_library->onAskAI = [this](const QImage& image) { openAIQuery(image); };
         m_library->onSaved = [this](const QString& path) {
             setStatus(QStringLiteral("Saved → ") + QFileInfo(path).fileName());
             addToLibrary(path);
         };
     }
     m_library->show();
+}
+
+void AppModel::openAIQuery(const QImage& image) {
+    auto controller = std::make_unique<ai::AIQueryController>(
+        ai::AIQueryController::Services{m_services.preferences, m_services.claude, m_services.keys,
+                                        m_services.toasts},
+        image);
+    ai::AIQueryController* raw = controller.get();
+    raw->onClosed = [this, raw] {
+        std::erase_if(m_aiControllers, [raw](const auto& c) { return c.get() == raw; });
+    };
+    raw->onOpenSettings = [this] {
+        if (onOpenSettings)
+            onOpenSettings();
+    };
+    m_aiControllers.push_back(std::move(controller));
+    raw->show();
 }
 
 void AppModel::stopRecording() {

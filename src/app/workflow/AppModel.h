@@ -28,6 +28,10 @@ class HotkeyManager;
 class Preferences;
 class ScreenCaptureManager;
 class SelectionOverlayController;
+namespace ai {
+class AIQueryController;
+class ClaudeClient;
+} // namespace ai
 class ShareableContentCache;
 class SoundPlayer;
 class ToastCenter;
@@ -36,6 +40,7 @@ class AudioCaptureBackend;
 class CameraBackend;
 class ClickSourceBackend;
 class ScreenVideoBackend;
+class SecretStore;
 class SurfaceBackend;
 } // namespace platform
 namespace library {
@@ -65,6 +70,9 @@ public:
         platform::ClickSourceBackend& clicks;
         // The text read from every image capture, for the library's search.
         library::OcrTextIndex& ocrIndex;
+        // Asking Claude about a capture, with the key from the keyring.
+        ai::ClaudeClient& claude;
+        platform::SecretStore& keys;
     };
 
     explicit AppModel(Services services, QObject* parent = nullptr);
@@ -89,6 +97,14 @@ public:
     // Opens a movie in the trim window (play, cut in place, export a GIF).
     void openTrimWindow(const QString& movie);
     TrimWindows& trimWindows() const { return *m_trims; }
+    // Opens an Ask Claude window on the image; each stays until it is closed.
+    void openAIQuery(const QImage& image);
+    const std::vector<std::unique_ptr<ai::AIQueryController>>& aiControllers() const {
+        return m_aiControllers;
+    }
+    // "Open Settings" in an Ask Claude window that has no key to use.
+    std::function<void()> onOpenSettings;
+
     // Shows the library window ("All Captures"), making it on first use.
     void showLibrary();
     // The library window's controller while it is open.
@@ -139,6 +155,7 @@ private:
     std::unique_ptr<RecordingFlows> m_recording;
     std::unique_ptr<library::RetentionScheduler> m_retention;
     std::unique_ptr<library::CaptureLibraryController> m_library;
+    std::vector<std::unique_ptr<ai::AIQueryController>> m_aiControllers;
 
     QString m_lastStatus;
     std::optional<QString> m_lastSavedURL;

@@ -36,6 +36,7 @@ void EditorWindows::open(const QImage& image, std::function<void(std::optional<Q
         controller->saveBeside = saving->beside;
         controller->onSaved = std::move(saving->onSaved);
     }
+    controller->onAskAI = onAskAI;
     AnnotationEditorController* raw = controller.get();
     m_controllers.push_back(std::move(controller));
     raw->show();

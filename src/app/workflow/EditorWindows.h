@@ -32,6 +32,9 @@ public:
     // window was closed.
     void open(const QImage& image, std::function<void(std::optional<QImage>)> onComplete,
               std::optional<FileSaving> saving = std::nullopt);
+    // Given to every editor opened from now on: its "Ask Claude about this image".
+    AnnotationEditorController::AskAICallback onAskAI;
+
     const std::vector<std::unique_ptr<AnnotationEditorController>>& controllers() const {
         return m_controllers;
     }

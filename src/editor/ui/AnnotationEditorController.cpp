@@ -7,6 +7,7 @@
 #include "editor/ui/AnnotationCanvas.h"
 #include "editor/ui/AnnotationEditorView.h"
 #include "editor/ui/EditorKeyHandler.h"
+#include "editor/ui/EditorToolbar.h"
 
 #include <QCloseEvent>
 #include <QCursor>
@@ -133,6 +134,8 @@ void AnnotationEditorController::show() {
         m_view = new AnnotationEditorView(*m_model, m_window);
         m_view->onCopy = [this] { copy(); };
         m_view->onDone = [this] { saveAndFinish(); };
+        m_view->toolbar()->setAskAI(onAskAI ? std::function<void()>([this] { askAI(); })
+                                            : std::function<void()>());
         layout->addWidget(m_view);
         m_view->attachKeyHandler(*m_window);
         auto* saveKey = new QShortcut(QKeySequence::Save, m_window);
@@ -169,6 +172,8 @@ AnnotationEditorView* AnnotationEditorController::embed(QWidget& container) {
     m_view = new AnnotationEditorView(*m_model, &container);
     m_view->onCopy = [this] { copy(); };
     m_view->onDone = [this] { save(); };
+    m_view->toolbar()->setAskAI(onAskAI ? std::function<void()>([this] { askAI(); })
+                                        : std::function<void()>());
     if (auto* layout = container.layout())
         layout->addWidget(m_view);
     // The keys are read for the whole window the container sits in, and stop with the view.
@@ -183,6 +188,12 @@ AnnotationEditorView* AnnotationEditorController::embed(QWidget& container) {
     saveAsKey->setContext(Qt::WidgetWithChildrenShortcut);
     connect(saveAsKey, &QShortcut::activated, this, &AnnotationEditorController::saveAs);
     return m_view;
+}
+
+void AnnotationEditorController::askAI() {
+    m_model->document().commitPendingText();
+    if (onAskAI)
+        onAskAI(flatten(*m_model));
 }
 
 void AnnotationEditorController::copy() {

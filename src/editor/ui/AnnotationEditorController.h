@@ -78,6 +78,8 @@ public:
     // Done (save = true) or dismissal: the one report; later calls do nothing. Neither asks
     // or writes anything.
     void complete(bool save);
+    // Hands the finished image, as it stands now, to `onAskAI`.
+    void askAI();
     // Puts the finished image on the clipboard and says "Copied".
     void copy();
     // Ctrl+S and Ctrl+Shift+S. Writing happens off the GUI thread; a failure says why in a

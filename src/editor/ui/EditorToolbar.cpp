@@ -19,6 +19,7 @@
 #include <QMenu>
 #include <QPainter>
 #include <QPainterPath>
+#include <QResizeEvent>
 #include <QScreen>
 #include <QShortcut>
 #include <QSlider>
@@ -171,6 +172,20 @@ EditorToolbar::EditorToolbar(EditorModel& model, QWidget* parent)
         if (onCopy)
             onCopy();
     });
+    m_askAI = makeButton(QStringLiteral("tools-wizard"), tr("Ask Claude about this image"));
+    m_askAI->setObjectName(QStringLiteral("askClaude"));
+    m_askAI->setVisible(false);
+    connect(m_askAI, &QToolButton::clicked, this, [this] {
+        if (m_onAskAI)
+            m_onAskAI();
+    });
+    m_more = makeButton(QStringLiteral("view-more"), tr("More"));
+    m_more->setObjectName(QStringLiteral("more"));
+    m_more->setPopupMode(QToolButton::InstantPopup);
+    m_moreMenu = new QMenu(m_more);
+    connect(m_moreMenu, &QMenu::aboutToShow, this, &EditorToolbar::fillMoreMenu);
+    m_more->setMenu(m_moreMenu);
+    m_more->setVisible(false);
     m_done = new QToolButton(this);
     m_done->setObjectName(QStringLiteral("done"));
     m_done->setText(tr("Done"));
@@ -185,7 +200,9 @@ EditorToolbar::EditorToolbar(EditorModel& model, QWidget* parent)
             onDone();
     });
     layout->addWidget(m_copyText);
+    layout->addWidget(m_askAI);
     layout->addWidget(m_copyImage);
+    layout->addWidget(m_more);
     layout->addSpacing(8);
     layout->addWidget(m_done);
 
@@ -304,6 +321,63 @@ void EditorToolbar::showOcrResult(bool found) {
         m_copyText->setIcon(themedIcon(QStringLiteral("edit-find")));
         m_copyText->setToolTip(tr("Copy text"));
     });
+}
+
+void EditorToolbar::setAskAI(std::function<void()> askAI) {
+    m_onAskAI = std::move(askAI);
+    updateOverflow();
+}
+
+void EditorToolbar::resizeEvent(QResizeEvent* event) {
+    QWidget::resizeEvent(event);
+    updateOverflow();
+}
+
+QList<QToolButton*> EditorToolbar::overflowingButtons() const {
+    QList<QToolButton*> buttons{m_copyText, m_copyImage};
+    if (m_onAskAI)
+        buttons.insert(1, m_askAI);
+    return buttons;
+}
+
+void EditorToolbar::updateOverflow() {
+    const QList<QToolButton*> buttons = overflowingButtons();
+    const int spacing = layout()->spacing();
+    int inlineWidth = 0;
+    for (QToolButton* b : buttons)
+        inlineWidth += b->sizeHint().width() + spacing;
+    const int moreWidth = m_more->sizeHint().width() + spacing;
+    // The width the row takes with the commands inline, whatever is shown now.
+    const int rest = layout()->sizeHint().width() - (m_collapsed ? moreWidth : inlineWidth);
+    // Never narrower than the row with the "more" button, so the window can shrink to that.
+    setMinimumWidth(rest + moreWidth);
+    m_collapsed = width() < rest + inlineWidth;
+    m_askAI->setVisible(!m_collapsed && m_onAskAI);
+    m_copyText->setVisible(!m_collapsed);
+    m_copyImage->setVisible(!m_collapsed);
+    m_more->setVisible(m_collapsed);
+}
+
+void EditorToolbar::fillMoreMenu() {
+    m_moreMenu->clear();
+    if (m_onAskAI)
+        connect(m_moreMenu->addAction(themedIcon(QStringLiteral("tools-wizard")),
+                                      tr("Ask Claude about this image")),
+                &QAction::triggered, this, [this] {
+                    if (m_onAskAI)
+                        m_onAskAI();
+                });
+    QAction* all =
+        m_moreMenu->addAction(themedIcon(QStringLiteral("edit-find")), tr("Copy All Text"));
+    all->setEnabled(!m_ocrRunning);
+    connect(all, &QAction::triggered, this, &EditorToolbar::copyAllText);
+    connect(m_moreMenu->addAction(tr("Copy Text from Selection")), &QAction::triggered, this,
+            &EditorToolbar::copyTextFromSelection);
+    connect(m_moreMenu->addAction(themedIcon(QStringLiteral("edit-copy")), tr("Copy Image")),
+            &QAction::triggered, this, [this] {
+                if (onCopy)
+                    onCopy();
+            });
 }
 
 } // namespace qm

@@ -3,6 +3,7 @@
 #include "editor/model/Annotation.h"
 
 #include <QList>
+#include <QMenu>
 #include <QToolButton>
 #include <QWidget>
 #include <functional>
@@ -17,7 +18,9 @@ class BackgroundPopover;
 class ToolGroupButton;
 
 // The editor's toolbar: the tools, formatting popovers, undo and redo, delete, copy text,
-// copy image and Done. It keeps no document state; every control reads and writes the model.
+// Ask Claude, copy image and Done. It keeps no document state; every control reads and writes
+// the model. When the window is too narrow for all of it, the commands at the end move into
+// a "more" menu.
 class EditorToolbar : public QWidget {
     Q_OBJECT
 
@@ -26,6 +29,8 @@ public:
 
     std::function<void()> onCopy;
     std::function<void()> onDone;
+    // Shows "Ask Claude about this image" while set (empty hides it).
+    void setAskAI(std::function<void()> askAI);
 
     // For tests and the view: the controls by what they do.
     QToolButton* toolButton(AnnotationTool tool) const; // the single button or group holding it
@@ -35,6 +40,10 @@ public:
     QToolButton* backdropButton() const { return m_backdrop; }
     QToolButton* copyTextButton() const { return m_copyText; }
     QToolButton* doneButton() const { return m_done; }
+    QToolButton* askAIButton() const { return m_askAI; }
+    QToolButton* copyImageButton() const { return m_copyImage; }
+    // The "more" menu's button, shown while the commands at the end don't fit.
+    QToolButton* moreButton() const { return m_more; }
     ToolFormattingPopover* toolFormattingPopover() const { return m_toolPopover; }
     TextFormattingPopover* textFormattingPopover() const { return m_textPopover; }
     BackgroundPopover* backgroundPopover() const { return m_backgroundPopover; }
@@ -46,12 +55,19 @@ public:
     // The outcome of the last copy-text command while it is shown.
     std::optional<bool> ocrResult() const { return m_ocrResult; }
 
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+
 private:
     QToolButton* makeButton(const QString& iconName, const QString& tooltip);
     void selectTool(AnnotationTool tool);
     void refresh();
     void refreshBackdrop();
     void showOcrResult(bool found);
+    // Moves the commands at the end into the "more" menu when they don't fit, and back.
+    void updateOverflow();
+    QList<QToolButton*> overflowingButtons() const;
+    void fillMoreMenu();
 
     EditorModel& m_model;
     QList<std::pair<AnnotationTool, QToolButton*>> m_toolButtons;
@@ -67,6 +83,11 @@ private:
     QToolButton* m_copyText = nullptr;
     QToolButton* m_copyImage = nullptr;
     QToolButton* m_done = nullptr;
+    QToolButton* m_askAI = nullptr;
+    QToolButton* m_more = nullptr;
+    QMenu* m_moreMenu = nullptr;
+    std::function<void()> m_onAskAI;
+    bool m_collapsed = false;
     ToolFormattingPopover* m_toolPopover = nullptr;
     TextFormattingPopover* m_textPopover = nullptr;
     BackgroundPopover* m_backgroundPopover = nullptr;

@@ -3,6 +3,8 @@
 #include "FakeCaptureBackend.h"
 #include "ScratchMount.h"
 #include "TestSupport.h"
+#include "ai/core/ClaudeClient.h"
+#include "ai/ui/AIQueryController.h"
 #include "app/BackendChoice.h"
 #include "app/shell/TrayController.h"
 #include "base/ImageExport.h"
@@ -22,6 +24,7 @@
 #include "platform/camera/null/NullCameraBackend.h"
 #include "platform/capture/null/NullCaptureBackend.h"
 #include "platform/input/null/NullClickSource.h"
+#include "platform/secrets/null/NullSecretStore.h"
 #include "platform/shortcuts/api/GlobalShortcutBackend.h"
 #include "platform/sound/api/SoundPlayer.h"
 #include "platform/surface/api/SurfaceBackend.h"
@@ -37,6 +40,7 @@
 #include <QGuiApplication>
 #include <QMenu>
 #include <QMimeData>
+#include <QNetworkAccessManager>
 #include <QSet>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -78,6 +82,9 @@ protected:
     platform::NullCameraBackend camera;
     platform::NullClickSource clicks;
     library::OcrTextIndex ocrIndex{{.file = dir.filePath(QStringLiteral("ocr-index.json"))}};
+    platform::NullSecretStore keys{QStringLiteral("No keyring answers here.")};
+    QNetworkAccessManager network;
+    ai::ClaudeClient claude{keys, network};
     std::unique_ptr<AppModel> model;
 
     void SetUp() override {
@@ -85,9 +92,9 @@ protected:
         // Most routes are easiest to see with captures saved at once; the card route has its
         // own tests.
         prefs.setShowQuickAccessOverlay(false);
-        model = std::make_unique<AppModel>(AppModel::Services{prefs, capture, cache, *surfaces,
-                                                              hotkeys, sounds, toasts, cards, video,
-                                                              audio, camera, clicks, ocrIndex});
+        model = std::make_unique<AppModel>(
+            AppModel::Services{prefs, capture, cache, *surfaces, hotkeys, sounds, toasts, cards,
+                               video, audio, camera, clicks, ocrIndex, claude, keys});
     }
     QString toastText() const { return toasts.window() ? toasts.window()->text() : QString(); }
     bool waitForStatus() {
@@ -316,7 +323,7 @@ TEST_F(AppModelTest, AFailingGrabIsReportedWithItsReason) {
     ShareableContentCache nullCache{refusing};
     ScreenCaptureManager nullCapture{refusing, nullCache};
     AppModel failing({prefs, nullCapture, nullCache, *surfaces, hotkeys, sounds, toasts, cards,
-                      video, audio, camera, clicks, ocrIndex});
+                      video, audio, camera, clicks, ocrIndex, claude, keys});
     backend.calls.clear();
 
     test::LogCapture log;
@@ -452,3 +459,18 @@ TEST_F(AppModelTest, TheTrayMenuFollowsTheModel) {
 }
 
 } // namespace
+
+TEST_F(AppModelTest, EachAskClaudeWindowStaysUntilItIsClosed) {
+    model->configure();
+    const QImage capture = test::makeScreenshotLikeImage(400, 300);
+    model->openAIQuery(capture);
+    cards.onAIQuery(capture); // a card's Ask Claude
+    ASSERT_EQ(model->aiControllers().size(), 2u);
+    QWidget* first = model->aiControllers().front()->window();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(first));
+    EXPECT_EQ(first->windowTitle(), QStringLiteral("Ask Claude"));
+    first->close();
+    ASSERT_TRUE(test::waitUntil([&] { return model->aiControllers().size() == 1u; }));
+    model->aiControllers().front()->close();
+    ASSERT_TRUE(test::waitUntil([&] { return model->aiControllers().empty(); }));
+}

@@ -14,6 +14,7 @@
 #include <QScrollBar>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QVBoxLayout>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <memory>
@@ -142,6 +143,60 @@ TEST_F(ControllerTest, ControlCPutsTheFinishedImageOnTheClipboardWithAToast) {
     ASSERT_TRUE(pasted.loadFromData(png.out, "PNG"));
     EXPECT_EQ(pasted.size(), QSize(800, 500));
     EXPECT_EQ(QColor(pasted.pixel(400, 250)), QColor(20, 120, 200));
+}
+
+TEST_F(ControllerTest, AskClaudeShowsOnlyWhenWiredAndHandsOverTheFinishedImage) {
+    AnnotationEditorController plain(image, *store);
+    plain.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(plain.window()));
+    EXPECT_FALSE(plain.view()->toolbar()->askAIButton()->isVisible());
+    plain.complete(false);
+
+    std::optional<QImage> asked;
+    AnnotationEditorController controller(image, *store);
+    controller.onAskAI = [&](const QImage& finished) { asked = finished; };
+    controller.model().document().setCropEdit(QRectF(100, 50, 300, 200));
+    controller.model().document().commitCropEdit();
+    controller.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(controller.window()));
+    EditorToolbar* toolbar = controller.view()->toolbar();
+    ASSERT_TRUE(toolbar->askAIButton()->isVisible());
+    QTest::mouseClick(toolbar->askAIButton(), Qt::LeftButton);
+    ASSERT_TRUE(asked.has_value());
+    EXPECT_EQ(asked->size(), QSize(300, 200));
+    EXPECT_EQ(QColor(asked->pixel(150, 100)), QColor(20, 120, 200));
+
+    controller.complete(false);
+
+    // Embedded in a narrow pane: the commands at the end move into the "more" menu.
+    AnnotationEditorController embedded(image, *store);
+    embedded.onAskAI = [&](const QImage& finished) { asked = finished; };
+    QWidget pane;
+    new QVBoxLayout(&pane);
+    embedded.embed(pane);
+    toolbar = embedded.view()->toolbar();
+    pane.resize(1400, 600);
+    pane.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&pane));
+    ASSERT_TRUE(waitUntil([&] { return toolbar->askAIButton()->isVisible(); }));
+    EXPECT_FALSE(toolbar->moreButton()->isVisible());
+    pane.resize(toolbar->minimumWidth(), 600);
+    ASSERT_TRUE(waitUntil([&] { return toolbar->moreButton()->isVisible(); }));
+    EXPECT_FALSE(toolbar->askAIButton()->isVisible());
+    EXPECT_FALSE(toolbar->copyImageButton()->isVisible());
+    EXPECT_TRUE(toolbar->doneButton()->isVisible());
+    Q_EMIT toolbar->moreButton()->menu()->aboutToShow();
+    QStringList items;
+    for (QAction* action : toolbar->moreButton()->menu()->actions())
+        items << action->text();
+    ASSERT_TRUE(items.contains(QStringLiteral("Ask Claude about this image")));
+    EXPECT_TRUE(items.contains(QStringLiteral("Copy Image")));
+    asked.reset();
+    toolbar->moreButton()->menu()->actions().first()->trigger();
+    EXPECT_EQ(asked->size(), QSize(800, 500));
+    pane.resize(1400, 600);
+    ASSERT_TRUE(waitUntil([&] { return toolbar->askAIButton()->isVisible(); }));
+    EXPECT_FALSE(toolbar->moreButton()->isVisible());
 }
 
 TEST_F(ControllerTest, AnArrowDrawnWithTheRealPointerIsInTheFinishedImage) {
