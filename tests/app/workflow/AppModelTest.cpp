@@ -458,13 +458,11 @@ TEST_F(AppModelTest, TheTrayMenuFollowsTheModel) {
     EXPECT_TRUE(test::waitUntil([&] { return model->library() == nullptr; }));
 }
 
-} // namespace
-
 TEST_F(AppModelTest, EachAskClaudeWindowStaysUntilItIsClosed) {
     model->configure();
-    const QImage capture = test::makeScreenshotLikeImage(400, 300);
-    model->openAIQuery(capture);
-    cards.onAIQuery(capture); // a card's Ask Claude
+    const QImage shot = test::makeScreenshotLikeImage(400, 300);
+    model->openAIQuery(shot);
+    cards.onAIQuery(shot); // a card's Ask Claude
     ASSERT_EQ(model->aiControllers().size(), 2u);
     QWidget* first = model->aiControllers().front()->window();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(first));
@@ -474,3 +472,5 @@ TEST_F(AppModelTest, EachAskClaudeWindowStaysUntilItIsClosed) {
     model->aiControllers().front()->close();
     ASSERT_TRUE(test::waitUntil([&] { return model->aiControllers().empty(); }));
 }
+
+} // namespace
